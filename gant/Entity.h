@@ -1,0 +1,105 @@
+#pragma once
+// Entities: named, reference-counted objects with a parent and a list of
+// reactors. Generated entity types derive from Entity and notify through
+// notify(), which tolerates any reactor being removed, or the entity being
+// dropped, from inside a handler.
+#include "gant/Ptr.h"
+#include "gant/String.h"
+#include "gant/TypeInfo.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Gant {
+
+class Reactor;
+
+class Entity : public PtrInterface {
+ public:
+   Entity(const Entity&) = delete;
+   Entity& operator=(const Entity&) = delete;
+
+   // The key as text: the name, or the typed key's text form.
+   const Name& name() const noexcept { return name_; }
+   Entity* parent() const noexcept { return parent_; }
+   void parentIs(Entity* p) noexcept { parent_ = p; }
+
+   virtual const TypeInfo& typeInfo() const noexcept = 0;
+   const char* typeName() const noexcept { return typeInfo().name; }
+
+   // Reflection by attribute name.
+   GenericValue attr(std::string_view attrName) const {
+      return attrGet(typeInfo(), this, attrName);
+   }
+   void attrIs(std::string_view attrName, const GenericValue& v) {
+      attrSet(typeInfo(), this, attrName, v);
+   }
+   void attrIsText(std::string_view attrName, std::string_view text) {
+      attrSetText(typeInfo(), this, attrName, text);
+   }
+
+   std::size_t reactors() const noexcept;
+
+ protected:
+   explicit Entity(Name name) : name_(std::move(name)) {}
+   ~Entity() override;
+
+   // Calls handler on every active reactor attached now. Reactors attached
+   // during the walk wait for the next change; removed ones are skipped.
+   template <class R, class... P, class... A>
+   void notify(void (R::*handler)(P...), const A&... args) {
+      if (reactors_.empty()) return;
+      NotifyScope scope(*this);
+      const std::size_t n = reactors_.size();
+      for (std::size_t i = 0; i < n; ++i) {
+         Reactor* r = reactors_[i];
+         if (r && isActive(r)) (static_cast<R*>(r)->*handler)(args...);
+      }
+   }
+
+ private:
+   friend class Reactor;
+   // Keeps the entity alive and the reactor list stable during a walk.
+   struct NotifyScope {
+      explicit NotifyScope(Entity& e);
+      ~NotifyScope();
+      Entity& entity;
+      bool held;
+   };
+   static bool isActive(const Reactor* r) noexcept;
+   void attach(Reactor* r);
+   void detach(Reactor* r) noexcept;
+
+   Name name_;
+   Entity* parent_ = nullptr;
+   std::vector<Reactor*> reactors_;
+   uint32_t walking_ = 0;
+   bool holes_ = false;
+};
+
+// Base of every generated X::Reactor. Registration undoes itself on
+// destruction; an entity that dies first detaches its reactors, so a reactor
+// that outlives its entity simply stops reacting.
+class Reactor {
+ public:
+   Reactor(const Reactor&) = delete;
+   Reactor& operator=(const Reactor&) = delete;
+   virtual ~Reactor() { attachTo(nullptr); }
+
+   Entity* entity() const noexcept { return entity_; }
+   bool active() const noexcept { return active_; }
+   void activeIs(bool a) noexcept { active_ = a; }
+
+ protected:
+   Reactor() = default;
+   void attachTo(Entity* e);
+
+ private:
+   friend class Entity;
+   Entity* entity_ = nullptr;
+   bool active_ = true;
+};
+
+inline bool Entity::isActive(const Reactor* r) noexcept { return r->active_; }
+
+} // namespace Gant
