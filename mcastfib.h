@@ -1,0 +1,28 @@
+#pragma once
+// The whole library in one include.
+
+// Type framework
+#include "gant/Assert.h"
+#include "gant/Codec.h"
+#include "gant/Entity.h"
+#include "gant/Error.h"
+#include "gant/Generated.h"
+#include "gant/Ptr.h"
+#include "gant/TypeInfo.h"
+
+// Platform
+#include "flashlog/Config.h"
+#include "flashlog/Flashlog.h"
+#include "hive/Dir.h"
+#include "hive/Tree.h"
+#include "loop/EpollLoop.h"
+#include "loop/EventLoop.h"
+#include "platform/EthAddr.h"
+#include "platform/IntfId.h"
+#include "platform/IpAddr.h"
+#include "platform/IpGenAddr.h"
+#include "platform/NamespaceName.h"
+#include "platform/VlanId.h"
+#include "platform/VrfName.h"
+#include "sys/Calls.h"
+#include "sys/Fd.h"
