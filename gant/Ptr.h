@@ -56,8 +56,10 @@ class Ptr {
    explicit operator bool() const noexcept { return p_ != nullptr; }
    bool operator!() const noexcept { return p_ == nullptr; }
 
-   friend bool operator==(const Ptr& a, const Ptr& b) noexcept { return a.p_ == b.p_; }
-   friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return !a.p_; }
+   template <class U>
+   bool operator==(const Ptr<U>& o) const noexcept { return p_ == o.ptr(); }
+   bool operator==(const T* o) const noexcept { return p_ == o; }
+   bool operator==(std::nullptr_t) const noexcept { return !p_; }
 
  private:
    T* p_ = nullptr;

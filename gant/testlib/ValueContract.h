@@ -37,7 +37,9 @@ TYPED_TEST_P(ValueContract, EqualityAndHash) {
       EXPECT_TRUE(copy == v[i]) << Gant::toText(v[i]);
       EXPECT_EQ(Gant::hashOf(copy), Gant::hashOf(v[i]));
       for (std::size_t j = 0; j < v.size(); ++j)
-         if (i != j) EXPECT_FALSE(v[i] == v[j]) << Gant::toText(v[i]) << " vs " << Gant::toText(v[j]);
+         if (i != j) {
+            EXPECT_FALSE(v[i] == v[j]) << Gant::toText(v[i]) << " vs " << Gant::toText(v[j]);
+         }
    }
    // A hash that ignores attributes shows up as collisions between samples.
    std::size_t collisions = 0;
@@ -77,9 +79,10 @@ TYPED_TEST_P(ValueContract, AttributeLogRoundTrip) {
    for (const T& value : ValueSamples<T>::distinct()) {
       std::string log = Gant::toLog(value);
       EXPECT_TRUE(Gant::fromLog<T>(log) == value) << Gant::toText(value);
-      if (!log.empty())
+      if (!log.empty()) {
          EXPECT_THROW(Gant::fromLog<T>(log.substr(0, log.size() - 1)), Gant::ParseError)
              << "truncated log of " << Gant::toText(value);
+      }
    }
 }
 
