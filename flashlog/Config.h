@@ -1,0 +1,27 @@
+#pragma once
+// Trace levels from text, as the tools take them on their command line:
+//    "MrouteLib=9,MfibDirSm=5"   "all=9"   "all=3,MrtNotify=off"
+// Items apply left to right; "all" sets every handle, including those
+// created later. A level is 0..9 or "off". Blanks around names and levels
+// are ignored. The library reads no environment variable; its host decides
+// where a spec comes from.
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Flashlog {
+
+struct LevelSetting {
+   std::string handle; // a handle name, or "all"
+   int level = 0;      // 0..9, or off
+
+   bool operator==(const LevelSetting&) const = default;
+};
+
+// Throws Gant::ParseError naming the bad item; an empty spec is no settings.
+std::vector<LevelSetting> parseSpec(std::string_view spec);
+void apply(const std::vector<LevelSetting>& settings);
+// Parses the whole spec before changing anything: a bad spec changes nothing.
+void configure(std::string_view spec);
+
+} // namespace Flashlog

@@ -1,0 +1,59 @@
+#include "flashlog/Config.h"
+
+#include "flashlog/Capture.h"
+#include "flashlog/Handle.h"
+#include "gant/Error.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Settings = std::vector<Flashlog::LevelSetting>;
+
+TEST(FlashlogConfig, ParsesItemsInOrder) {
+   EXPECT_EQ(Flashlog::parseSpec("MrouteLib=9,MfibDirSm=5"),
+             (Settings{{"MrouteLib", 9}, {"MfibDirSm", 5}}));
+   EXPECT_EQ(Flashlog::parseSpec("all=9"), (Settings{{"all", 9}}));
+   EXPECT_EQ(Flashlog::parseSpec(" all = 0 , Mroute::MrtPam=off"),
+             (Settings{{"all", 0}, {"Mroute::MrtPam", Flashlog::off}}));
+   EXPECT_EQ(Flashlog::parseSpec(""), Settings{});
+   EXPECT_EQ(Flashlog::parseSpec("  "), Settings{});
+}
+
+TEST(FlashlogConfig, RefusesBadSpecsNamingTheItem) {
+   auto refusal = [](std::string_view spec) -> std::string {
+      try {
+         Flashlog::parseSpec(spec);
+      } catch (const Gant::ParseError& e) {
+         return e.what();
+      }
+      return "accepted";
+   };
+   EXPECT_EQ(refusal("MrouteLib"), "Flashlog spec item 'MrouteLib': expected name=level");
+   EXPECT_EQ(refusal("MrouteLib=10"), "Flashlog spec item 'MrouteLib=10': level not 0..9 or off");
+   EXPECT_EQ(refusal("MrouteLib=-1"), "Flashlog spec item 'MrouteLib=-1': level not 0..9 or off");
+   EXPECT_EQ(refusal("MrouteLib="), "Flashlog spec item 'MrouteLib=': level not 0..9 or off");
+   EXPECT_EQ(refusal("=3"), "Flashlog spec item '=3': empty handle name");
+   EXPECT_EQ(refusal("a=1,,b=2"), "Flashlog spec item '': expected name=level");
+   EXPECT_EQ(refusal("a=1,"), "Flashlog spec item '': expected name=level");
+   EXPECT_EQ(refusal("a b=1"), "Flashlog spec item 'a b=1': blank or '=' in handle name");
+   EXPECT_EQ(refusal("a=1=2"), "Flashlog spec item 'a=1=2': level not 0..9 or off");
+}
+
+TEST(FlashlogConfig, ConfigureAppliesLeftToRightOrNothing) {
+   Flashlog::Capture restore(Settings{}); // puts every level back afterwards
+   Flashlog::Handle& a = Flashlog::handle("FlashlogTest.Config.a");
+   Flashlog::Handle& b = Flashlog::handle("FlashlogTest.Config.b");
+
+   Flashlog::configure("all=2,FlashlogTest.Config.a=7");
+   EXPECT_EQ(a.level(), 7);
+   EXPECT_EQ(b.level(), 2);
+
+   EXPECT_THROW(Flashlog::configure("FlashlogTest.Config.b=5,oops"), Gant::ParseError);
+   EXPECT_EQ(b.level(), 2);
+
+   Flashlog::configure("FlashlogTest.Config.a=off");
+   EXPECT_FALSE(a.enabled(0));
+}
+
+} // namespace

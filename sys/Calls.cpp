@@ -1,0 +1,147 @@
+#include "sys/Calls.h"
+
+#include "gant/Error.h"
+
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace Sys {
+
+long check(const Result& r, const char* call) {
+   if (!r.ok()) throw Gant::ErrnoError(call, r.err);
+   return r.value;
+}
+
+Result Calls::open(const char* path, int flags, mode_t mode) {
+   return retryEintr([&] { return ::open(path, flags, mode); });
+}
+Result Calls::close(int fd) {
+   return once([&] { return ::close(fd); });
+}
+Result Calls::read(int fd, void* buf, size_t len) {
+   return retryEintr([&] { return ::read(fd, buf, len); });
+}
+Result Calls::write(int fd, const void* buf, size_t len) {
+   return retryEintr([&] { return ::write(fd, buf, len); });
+}
+Result Calls::ioctl(int fd, unsigned long request, void* arg) {
+   return retryEintr([&] { return ::ioctl(fd, request, arg); });
+}
+Result Calls::fcntl(int fd, int cmd, long arg) {
+   return retryEintr([&] { return ::fcntl(fd, cmd, arg); });
+}
+Result Calls::fcntlLock(int fd, int cmd, struct flock* lock) {
+   return retryEintr([&] { return ::fcntl(fd, cmd, lock); });
+}
+Result Calls::flock(int fd, int operation) {
+   return retryEintr([&] { return ::flock(fd, operation); });
+}
+Result Calls::ftruncate(int fd, off_t length) {
+   return retryEintr([&] { return ::ftruncate(fd, length); });
+}
+Result Calls::fstat(int fd, struct stat* st) {
+   return retryEintr([&] { return ::fstat(fd, st); });
+}
+
+Result Calls::socket(int domain, int type, int protocol) {
+   return retryEintr([&] { return ::socket(domain, type, protocol); });
+}
+Result Calls::bind(int fd, const sockaddr* addr, socklen_t len) {
+   return retryEintr([&] { return ::bind(fd, addr, len); });
+}
+Result Calls::connect(int fd, const sockaddr* addr, socklen_t len) {
+   return once([&] { return ::connect(fd, addr, len); });
+}
+Result Calls::setsockopt(int fd, int level, int name, const void* value, socklen_t len) {
+   return retryEintr([&] { return ::setsockopt(fd, level, name, value, len); });
+}
+Result Calls::getsockopt(int fd, int level, int name, void* value, socklen_t* len) {
+   return retryEintr([&] { return ::getsockopt(fd, level, name, value, len); });
+}
+Result Calls::recvmsg(int fd, msghdr* msg, int flags) {
+   return retryEintr([&] { return ::recvmsg(fd, msg, flags); });
+}
+Result Calls::recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
+                       socklen_t* fromLen) {
+   return retryEintr([&] { return ::recvfrom(fd, buf, len, flags, from, fromLen); });
+}
+Result Calls::sendmsg(int fd, const msghdr* msg, int flags) {
+   return retryEintr([&] { return ::sendmsg(fd, msg, flags); });
+}
+Result Calls::sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
+                     socklen_t toLen) {
+   return retryEintr([&] { return ::sendto(fd, buf, len, flags, to, toLen); });
+}
+
+Result Calls::epoll_create1(int flags) {
+   return retryEintr([&] { return ::epoll_create1(flags); });
+}
+Result Calls::epoll_ctl(int epfd, int op, int fd, epoll_event* event) {
+   return retryEintr([&] { return ::epoll_ctl(epfd, op, fd, event); });
+}
+Result Calls::epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeoutMs) {
+   return retryEintr([&] { return ::epoll_wait(epfd, events, maxEvents, timeoutMs); });
+}
+Result Calls::eventfd(unsigned initialValue, int flags) {
+   return retryEintr([&] { return ::eventfd(initialValue, flags); });
+}
+Result Calls::timerfd_create(clockid_t clock, int flags) {
+   return retryEintr([&] { return ::timerfd_create(clock, flags); });
+}
+Result Calls::timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) {
+   return retryEintr([&] { return ::timerfd_settime(fd, flags, value, old); });
+}
+Result Calls::clock_gettime(clockid_t clock, timespec* ts) {
+   return retryEintr([&] { return ::clock_gettime(clock, ts); });
+}
+
+Result Calls::shm_open(const char* name, int flags, mode_t mode) {
+   return retryEintr([&] { return ::shm_open(name, flags, mode); });
+}
+Result Calls::shm_unlink(const char* name) {
+   return retryEintr([&] { return ::shm_unlink(name); });
+}
+Result Calls::mmap(void* addr, size_t len, int prot, int flags, int fd, off_t offset) {
+   // MAP_FAILED is the address -1, so the -1 convention of the helper holds.
+   return retryEintr(
+       [&] { return reinterpret_cast<long>(::mmap(addr, len, prot, flags, fd, offset)); });
+}
+Result Calls::munmap(void* addr, size_t len) {
+   return retryEintr([&] { return ::munmap(addr, len); });
+}
+
+Result Calls::setns(int fd, int nsType) {
+   return retryEintr([&] { return ::setns(fd, nsType); });
+}
+Result Calls::getpid() {
+   return once([] { return ::getpid(); });
+}
+
+namespace {
+// Never destroyed: descriptors owned by other static objects are closed
+// through it during exit.
+Calls* realCalls() {
+   static Calls* real = new Calls;
+   return real;
+}
+Calls* current = nullptr;
+} // namespace
+
+Calls& calls() noexcept {
+   return current ? *current : *realCalls();
+}
+
+ScopedCalls::ScopedCalls(Calls& replacement) noexcept : previous_(current) {
+   current = &replacement;
+}
+
+ScopedCalls::~ScopedCalls() {
+   current = previous_;
+}
+
+} // namespace Sys

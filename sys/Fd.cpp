@@ -1,0 +1,12 @@
+#include "sys/Fd.h"
+
+#include "sys/Calls.h"
+
+namespace Sys {
+
+void Fd::reset(int fd) noexcept {
+   int old = std::exchange(fd_, fd);
+   if (old >= 0) calls().close(old);
+}
+
+} // namespace Sys
