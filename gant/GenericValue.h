@@ -14,6 +14,11 @@
 
 namespace Gant {
 
+// Scalars and flags: one number with a checked constructor.
+template <class T>
+concept NumberLike = requires { typename T::ValueType; } &&
+                     std::is_constructible_v<T, typename T::ValueType>;
+
 class GenericValue {
  public:
    GenericValue() = default;
@@ -45,6 +50,9 @@ class GenericValue {
       if (const T* p = std::any_cast<T>(&value_)) return *p;
       if constexpr (std::is_arithmetic_v<T>) {
          if (kind_ != Kind::none) return convert<T>();
+      } else if constexpr (NumberLike<T>) {
+         // Scalars and flags accept a plain number, through their range check.
+         if (kind_ != Kind::none) return T(convert<typename T::ValueType>());
       }
       throw UnsupportedOperation(std::string("generic value of type ") + value_.type().name() +
                                  " cannot be read as " + typeid(T).name());

@@ -84,6 +84,8 @@ class Node:
         self.inits = []
         self.statics = []
         self.base = None     # underlying type of enum/scalar/flags
+        self.ns = None       # namespace of a top-level type
+        self.mount = None    # mount path pattern, '{6}' marks the IPv6 variant
         self.default = None
         self.outer = None    # enclosing type node
 
@@ -97,8 +99,10 @@ class Attr:
 class Schema:
     def __init__(self):
         self.includes = []
+        self.after = []      # headers of hand-written inline definitions
         self.namespace = None
         self.types = []
+        self.funcs = []      # (namespace, verbatim declaration)
 
 
 ATTR_RE = re.compile(
@@ -136,6 +140,9 @@ def parse(text, filename='<schema>'):
                 if i < len(lines) and lines[i][0] > indent:
                     i = parse_block(i, lines[i][0], t)
                 if node is None:
+                    if not schema.namespace:
+                        err(no, 'namespace expected before the first type')
+                    t.ns = schema.namespace
                     schema.types.append(t)
                 else:
                     node.children.append(t)
@@ -145,11 +152,19 @@ def parse(text, filename='<schema>'):
                     schema.includes.append(body.split(None, 1)[1].strip().strip('"'))
                 elif body.startswith('namespace '):
                     schema.namespace = body.split(None, 1)[1].strip()
+                elif body.startswith('after '):
+                    schema.after.append(body.split(None, 1)[1].strip().strip('"'))
+                elif body.startswith('func '):
+                    if not schema.namespace:
+                        err(no, 'namespace expected before a function')
+                    schema.funcs.append((schema.namespace, code.strip()[5:].strip()))
                 else:
                     err(no, f'unknown declaration: {body}')
                 continue
             if body.startswith('op '):
                 node.ops.append(code[3:].strip())
+            elif body.startswith('mount '):
+                node.mount = body.split(None, 1)[1].strip().strip('"')
             elif body.startswith('init '):
                 node.inits.append(body.split(None, 1)[1].strip())
             elif body.startswith('static '):
