@@ -70,7 +70,7 @@ struct Virt {
 };
 struct VirtImpl : Virt {
    int n = 0;
-   void on() override { ++n; }
+   [[gnu::noinline]] void on() override { ++n; }
 };
 
 void BM_Baseline_StoreAndVirtualCall(benchmark::State& state) {
