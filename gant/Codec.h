@@ -4,7 +4,7 @@
 // here; generated types get it from the generator; hand-written value types
 // provide the members that the class-type codec below forwards to:
 //    void gantText(std::string&) const;      static T gantParse(TextReader&);
-//    uint32_t hash() const;                  void gantLogWrite(LogWriter&) const;
+//    uint32_t gantHash() const (or hash());  void gantLogWrite(LogWriter&) const;
 //    static T gantLogRead(LogReader&);       static constexpr const char* gantTypeName;
 #include "gant/AttrLog.h"
 #include "gant/Hash.h"
@@ -30,7 +30,8 @@ concept ClassValue = requires(const T& v, std::string& s, TextReader& tr, LogWri
                               LogReader& lr) {
    v.gantText(s);
    { T::gantParse(tr) } -> std::same_as<T>;
-   { v.hash() } -> std::convertible_to<uint32_t>;
+   requires requires { { v.gantHash() } -> std::convertible_to<uint32_t>; } ||
+                requires { { v.hash() } -> std::convertible_to<uint32_t>; };
    v.gantLogWrite(lw);
    { T::gantLogRead(lr) } -> std::same_as<T>;
 };
@@ -39,7 +40,10 @@ template <ClassValue T>
 struct Codec<T> {
    static void text(std::string& out, const T& v) { v.gantText(out); }
    static T parse(TextReader& r) { return T::gantParse(r); }
-   static uint32_t hash(const T& v) { return v.hash(); }
+   static uint32_t hash(const T& v) {
+      if constexpr (requires { v.gantHash(); }) return v.gantHash();
+      else return v.hash();
+   }
    static void logWrite(LogWriter& w, const T& v) { v.gantLogWrite(w); }
    static T logRead(LogReader& r) { return T::gantLogRead(r); }
 };

@@ -4,6 +4,7 @@
 // malformed input.
 #include "gant/Error.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,8 @@ class TextReader {
    std::string_view atom();
    // A single-quoted string with backslash escapes, as written by quote().
    std::string quoted();
+   // Moves on by n characters (clamped to the end).
+   void skip(std::size_t n) noexcept { pos_ = std::min(pos_ + n, text_.size()); }
    // Throws unless the whole text has been consumed.
    void expectEnd();
 

@@ -186,7 +186,9 @@ class Gen:
         h = self.h
         h.append(f'{ind}static constexpr const char* gantTypeName = {cstr(self.full(t))};')
         h.append(f'{ind}static const Gant::TypeInfo& gantTypeInfo();')
-        h.append(f'{ind}uint32_t hash() const;')
+        h.append(f'{ind}uint32_t gantHash() const;')
+        if not any(a.name == 'hash' for a in t.attrs) and 'hash()' not in ' '.join(t.ops):
+            h.append(f'{ind}uint32_t hash() const {{ return gantHash(); }}')
         h.append(f'{ind}void gantText(std::string& out) const;')
         h.append(f'{ind}static {t.name} gantParse(Gant::TextReader& r);')
         h.append(f'{ind}void gantLogWrite(Gant::LogWriter& w) const;')
@@ -263,7 +265,7 @@ class Gen:
         h.append(f'{i2}}}')
         h.append(f'{i2}ValueType value_ = {dflt};')
         h.append(f'{ind}}};\n')
-        c.append(f'uint32_t {q}::hash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
+        c.append(f'uint32_t {q}::gantHash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
         c.append(f'void {q}::gantText(std::string& out) const {{ Gant::Codec<ValueType>::text(out, value_); }}')
         c.append(f'{q} {q}::gantParse(Gant::TextReader& r) {{ return {q}(Gant::Codec<uint64_t>::parse(r)); }}')
         c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{ w.uint<ValueType>(value_); }}')
@@ -312,7 +314,7 @@ class Gen:
         h.append(f'{i2}}}')
         h.append(f'{i2}ValueType value_ = 0;')
         h.append(f'{ind}}};\n')
-        c.append(f'uint32_t {q}::hash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
+        c.append(f'uint32_t {q}::gantHash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
         if t.opts.get('baretext'):
             n0 = t.members[0][0]
             c.append(f'void {q}::gantText(std::string& out) const {{ Gant::Codec<bool>::text(out, {n0}()); }}')
@@ -430,7 +432,7 @@ class Gen:
         h.append(f'{ind}}};\n')
         stored = [a for a in t.attrs if a.mod == 'value' or self.is_coll(a)]
         if not t.opts.get('customhash'):
-            c.append(f'uint32_t {q}::hash() const {{')
+            c.append(f'uint32_t {q}::gantHash() const {{')
             c.append('   uint32_t h = 0;')
             for a in stored:
                 if self.is_coll(a):

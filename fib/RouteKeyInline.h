@@ -1,0 +1,44 @@
+#pragma once
+// Hot-path definitions of the route keys, inline: every hash table keyed by
+// route key calls these.
+#include <cstring>
+#include <type_traits>
+
+namespace Routing::Multicast::Fib {
+
+static_assert(sizeof(IpGenRouteKey) == 40, "IpGenRouteKey is stored in shared memory");
+static_assert(std::is_trivially_copyable_v<IpGenRouteKey>);
+static_assert(std::has_unique_object_representations_v<IpGenRouteKey>,
+              "hashing reads the key's bytes: no padding allowed");
+
+// Five 64-bit words (family and length of s, s's address, the same for g)
+// folded by multiply-xorshift. Equal keys have equal bytes, so this agrees
+// with ==; the result is the same on 32- and 64-bit builds.
+inline uint32_t IpGenRouteKey::gantHash() const {
+   uint64_t w[5];
+   std::memcpy(w, this, sizeof w);
+   constexpr uint64_t k = 0x9e3779b97f4a7c15ull;
+   uint64_t h = (w[0] ^ (w[1] * k)) * k;
+   h = (h ^ w[2] ^ (w[3] * k)) * k;
+   h = (h ^ w[4]) * k;
+   return static_cast<uint32_t>(h >> 32) ^ static_cast<uint32_t>(h);
+}
+
+// By g, then by s.
+inline std::strong_ordering IpGenRouteKey::operator<=>(const IpGenRouteKey& o) const noexcept {
+   if (auto c = g_ <=> o.g_; c != 0) return c;
+   return s_ <=> o.s_;
+}
+
+// Wang's integer mix of each prefix, combined, folded once.
+inline uint32_t RouteKey::gantHash() const {
+   uint32_t h = s_.hash() ^ g_.hash();
+   return h ^ (h >> 16);
+}
+
+inline std::strong_ordering RouteKey::operator<=>(const RouteKey& o) const noexcept {
+   if (auto c = g_ <=> o.g_; c != 0) return c;
+   return s_ <=> o.s_;
+}
+
+} // namespace Routing::Multicast::Fib
