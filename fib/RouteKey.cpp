@@ -5,6 +5,7 @@
 #include "gant/Assert.h"
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace Routing::Multicast::Fib {
@@ -280,8 +281,17 @@ RouteKey RouteKey::gantParse(Gant::TextReader& r) {
       break;
    }
    case RouteKeyType::mcastGroup: {
+      // The pattern is "'kind': %u, 'index' : %u" with the blank before the
+      // second colon taken literally, so the writer's "'index': " does not
+      // match it.
       unsigned kind = 0, index = 0;
-      matches = std::sscanf(fields, "'kind': %u, 'index' : %u%n", &kind, &index, &used);
+      int at2 = 0;
+      matches = std::sscanf(fields, "'kind': %u, 'index'%n", &kind, &at2);
+      if (matches == 1 && at2 > 0 && std::strncmp(fields + at2, " : ", 3) == 0) {
+         int used2 = 0;
+         matches += std::sscanf(fields + at2 + 3, "%u%n", &index, &used2);
+         used = at2 + 3 + used2;
+      }
       GANT_ASSERT(matches == 2);
       key = makeRouteKeyMcastGroup(
           ::Multicast::Group::GroupKey(static_cast<uint16_t>(kind), static_cast<uint16_t>(index)));
@@ -302,7 +312,10 @@ RouteKey RouteKey::gantParse(Gant::TextReader& r) {
       key = makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>(s), Gant::fromText<Pakto::Prefix>(g));
       break;
    }
-   default: break; // no fields: the invalid key
+   default:
+      // No fields: moving behind the name has already passed the closing "})".
+      r.skip(at);
+      return RouteKey(key);
    }
    r.skip(std::min(at + static_cast<std::size_t>(used), text.size()));
    r.expect("})");

@@ -1,0 +1,271 @@
+// Route keys: every kind's encoding, accessors, pretty text, text form and
+// parse (or the death of each kind whose text does not read back).
+#include "fib/RouteKey.h"
+#include "gant/testlib/ValueContract.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Routing::Multicast::Fib;
+using Pakto::EthAddr;
+using Pakto::IpGenPrefix;
+using Pakto::Prefix;
+
+Prefix pfx(const char* text) { return Gant::fromText<Prefix>(text); }
+IpGenPrefix gpfx(const char* text) { return Gant::fromText<IpGenPrefix>(text); }
+const EthAddr mac(0x01, 0x00, 0x5e, 0x01, 0x02, 0x03);
+
+TEST(RouteKey, EncodingOfEveryKind) {
+   auto vlan = makeRouteKeyVlanFloodset(10);
+   EXPECT_EQ(vlan.g(), gpfx("16.10.0.0/32"));
+   EXPECT_EQ(vlan.s(), gpfx("0.0.0.0/0"));
+   EXPECT_EQ(vlan.kind(), RouteKeyType::vlanFloodset);
+   EXPECT_EQ(vlan.vlanId(), 10);
+   EXPECT_EQ(vlan.ethAddr(), EthAddr()) << "no MAC in a flood set, and no failure either";
+
+   EXPECT_EQ(makeRouteKeyMulticastFloodset(4094).g(), gpfx("47.254.0.0/32"));
+   EXPECT_EQ(makeRouteKeyVxlanCoreSideFloodset(1).g(), gpfx("80.1.0.0/32"));
+
+   auto eth = makeRouteKeyEthGroup(100, mac);
+   EXPECT_EQ(eth.g(), gpfx("48.100.1.0/32"));
+   EXPECT_EQ(eth.s(), gpfx("94.1.2.3/32"));
+   EXPECT_EQ(eth.kind(), RouteKeyType::ethGroup);
+   EXPECT_EQ(eth.ethAddr(), mac);
+   EXPECT_EQ(eth.vlanId(), 100);
+
+   auto group = makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5, 77));
+   EXPECT_EQ(group.s(), gpfx("0.19.0.5/32"));
+   EXPECT_EQ(group.g(), gpfx("64.0.0.0/32"));
+   EXPECT_EQ(group.mcastGroup(), Multicast::Group::GroupKey(19, 5, 0)) << "the hash is not stored";
+
+   auto tep = Gant::fromText<Pakto::IpGenAddr>("10.1.2.3");
+   auto evpn = makeRouteKeyEvpnMultihomeFloodset(7, tep);
+   EXPECT_EQ(evpn.s(), gpfx("10.1.2.3/32"));
+   EXPECT_EQ(evpn.g(), gpfx("96.7.0.0/32"));
+   EXPECT_EQ(evpn.evpnTepIp(), tep);
+
+   auto sg = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
+   EXPECT_EQ(sg.kind(), RouteKeyType::mroute);
+   EXPECT_EQ(IpGenRouteKey(gpfx("::/0"), gpfx("ff3e::1/128")).kind(), RouteKeyType::mroute);
+
+   EXPECT_EQ(invalidRouteKey(), IpGenRouteKey());
+   EXPECT_EQ(invalidRouteKey().kind(), RouteKeyType::unknownRouteKeyType);
+}
+
+TEST(RouteKey, Ipv4FormAgreesWithTheGenericForm) {
+   for (const IpGenRouteKey& k :
+        {makeRouteKeyVlanFloodset(10), makeRouteKeyEthGroup(100, mac),
+         makeRouteKeyMcastGroup(Multicast::Group::GroupKey(20, 65535)),
+         makeRouteKeyEvpnMultihomeFloodset(9, Gant::fromText<Pakto::IpGenAddr>("1.1.1.1")),
+         makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.0.0.0/8"))}) {
+      RouteKey v4(k);
+      EXPECT_EQ(IpGenRouteKey(v4), k);
+      EXPECT_EQ(v4.kind(), k.kind());
+      EXPECT_EQ(v4.pretty(), k.pretty());
+   }
+   // Only the nibble decides on the IPv4 form: 240/4 is an IP route too.
+   EXPECT_EQ(RouteKey(pfx("0.0.0.0/0"), pfx("240.0.0.0/32")).kind(), RouteKeyType::mroute);
+   EXPECT_EQ(RouteKey().kind(), RouteKeyType::unknownRouteKeyType);
+}
+
+TEST(RouteKey, Pretty) {
+   EXPECT_EQ(invalidRouteKey().pretty(), "Unknown Type");
+   EXPECT_EQ(makeRouteKeyVlanFloodset(10).pretty(), "vlan10 Floodset");
+   EXPECT_EQ(makeRouteKeyMulticastFloodset(10).pretty(), "vlan10 Multicast Floodset");
+   EXPECT_EQ(makeRouteKeyVxlanCoreSideFloodset(10).pretty(), "vlan10 Vxlan CoreSide Floodset");
+   EXPECT_EQ(makeRouteKeyEthGroup(100, mac).pretty(), "vlan100 01:00:5e:01:02:03");
+   EXPECT_EQ(makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)).pretty(), "Mcast Group Kind 19 Index 5");
+   EXPECT_EQ(makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("2.2.2.2")).pretty(),
+             "vlan10 2.2.2.2 EvpnMultihomeFloodset");
+   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32")).pretty(), "(10.0.0.1,239.1.1.1)");
+   EXPECT_EQ(makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")).pretty(), "(*,239.1.1.1)");
+   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")).pretty(), "(10.0.0.0/8,239.1.1.1)");
+   EXPECT_EQ(makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.0.0/16")).pretty(), "(*,239.1.0.0)")
+       << "the (*,G) text never shows the group's length";
+   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.0.0/16")).pretty(), "(10.0.0.1,239.1.0.0/16)");
+   EXPECT_EQ(IpGenRouteKey(gpfx("2001:db8::1/128"), gpfx("ff3e::1/128")).pretty(), "(2001:db8::1,ff3e::1)");
+   EXPECT_EQ(IpGenRouteKey(gpfx("2001:db8::/32"), gpfx("ff3e::/96")).pretty(), "(2001:db8::/32,ff3e::/96)");
+}
+
+TEST(RouteKey, TextFormsCharacterForCharacter) {
+   const std::string head = "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {";
+   auto sg = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
+   EXPECT_EQ(Gant::toText(sg), head + "'s': 10.0.0.1/32, 'g': 239.1.1.1/32})");
+   EXPECT_EQ(Gant::toText(RouteKey(sg)), head + "'kind': 'mroute', 's': 10.0.0.1/32, 'g': 239.1.1.1/32})");
+   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyVlanFloodset(10))), head + "'kind': 'vlanFloodset', 'vlanId': 10})");
+   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyMulticastFloodset(11))),
+             head + "'kind': 'multicastFloodset', 'vlanId': 11})");
+   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyVxlanCoreSideFloodset(12))),
+             head + "'kind': 'vxlanCoreSideFloodset', 'vlanId': 12})");
+   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyEthGroup(100, mac))),
+             head + "'kind': 'ethGroup', 'vlanId': 100, 'ethGroup': 01:00:5e:01:02:03})");
+   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)))),
+             head + "'kind': 'mcastGroup', 'kind': 19, 'index': 5})");
+   EXPECT_EQ(Gant::toText(RouteKey(
+                 makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("1.1.1.1")))),
+             head + "'kind': 'evpnMultihomeFloodset', 'vlanID': 10, 'Peer VTEP IP': 1.1.1.1})");
+   EXPECT_EQ(Gant::toText(RouteKey()), head + "'kind': 'unknownRouteKeyType'})");
+   EXPECT_EQ(Gant::toText(Multicast::Group::GroupKey(19, 5, 77)),
+             "Value('Multicast::Group::GroupKey', ** {'kind': 19, 'index': 5, 'hash': 77})");
+   EXPECT_EQ(Gant::toText(RouteKeyTypeConverter(RouteKeyType::ethGroup)), "'ethGroup'");
+   EXPECT_EQ(RouteKeyTypeConverter(RouteKeyType::mroute).intValue(), 7u);
+}
+
+TEST(RouteKey, ParseReadsBackFloodsetsEthGroupsAndRoutes) {
+   for (const IpGenRouteKey& k :
+        {makeRouteKeyVlanFloodset(1), makeRouteKeyMulticastFloodset(4094), makeRouteKeyVxlanCoreSideFloodset(7),
+         makeRouteKeyEthGroup(100, mac), makeRouteKeyMroute(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")),
+         makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("224.0.0.0/4"))}) {
+      RouteKey v4(k);
+      EXPECT_EQ(Gant::fromText<RouteKey>(Gant::toText(v4)), v4) << Gant::toText(v4);
+   }
+   EXPECT_EQ(Gant::fromText<RouteKey>(Gant::toText(RouteKey())), RouteKey());
+   // A VLAN out of range is the platform's range error, not an assertion.
+   try {
+      Gant::fromText<RouteKey>("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', "
+                               "'vlanId': 4095})");
+      FAIL();
+   } catch (const Gant::RangeError& e) {
+      EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
+   }
+}
+
+TEST(RouteKeyDeathTest, KindsWhoseTextDoesNotReadBack) {
+   std::string evpn = Gant::toText(
+       RouteKey(makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("1.1.1.1"))));
+   EXPECT_DEATH(Gant::fromText<RouteKey>(evpn), "matches == 2");
+   std::string group = Gant::toText(RouteKey(makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5))));
+   EXPECT_DEATH(Gant::fromText<RouteKey>(group), "matches == 2");
+   EXPECT_DEATH(Gant::fromText<RouteKey>("Value('Routing::Multicast::Fib::RouteKey', ** {})"), "matches == 1");
+   EXPECT_DEATH(Gant::fromText<RouteKey>("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': "
+                                         "'ethGroup', 'vlanId': 3})"),
+                "matches == 2");
+}
+
+TEST(RouteKeyDeathTest, AccessorsGuardTheirKind) {
+   auto sg = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
+   auto vlan = makeRouteKeyVlanFloodset(10);
+   EXPECT_DEATH(sg.vlanId(), "type == vlanFloodset_ or type == multicastFloodset_ or type == "
+                             "vxlanCoreSideFloodset_ or type == ethGroup_ or type == evpnMultihomeFloodset_");
+   EXPECT_DEATH(RouteKey(sg).vlanId(), "key.kind\\(\\) != mroute_");
+   EXPECT_DEATH(sg.ethAddr(), "type not_eq mroute_");
+   EXPECT_DEATH(RouteKey(sg).ethAddr(), "type != mroute_");
+   EXPECT_DEATH(vlan.mcastGroup(), "type == mcastGroup_");
+   EXPECT_DEATH(RouteKey(vlan).mcastGroup(), "type == mcastGroup_");
+   EXPECT_DEATH(vlan.evpnTepIp(), "type == evpnMultihomeFloodset_");
+   EXPECT_DEATH(IpGenRouteKey(gpfx("::/0"), gpfx("2001:db8::/32")).kind(), "g\\(\\).af\\(\\) == Pakto::ipv4\\(\\)");
+   EXPECT_DEATH(RouteKey(pfx("0.0.0.0/0"), pfx("128.0.0.0/32")).pretty(), "Unexpected RouteKey type");
+   // The 12 VLAN bits of a hand-made key can be 0: a range error, not a death.
+   EXPECT_THROW(RouteKey(pfx("0.0.0.0/0"), pfx("16.0.0.0/32")).vlanId(), Gant::RangeError);
+}
+
+TEST(RouteKey, HashesAreExact) {
+   // Wang's mix of (address ^ length) per prefix, XORed, folded once.
+   EXPECT_EQ(RouteKey(pfx("10.0.0.1/32"), pfx("239.1.1.1/32")).hash(), 0x853fa798u);
+   EXPECT_EQ(RouteKey(makeRouteKeyVlanFloodset(10)).hash(), 0x8bd76ecfu);
+   // The generic key's hash agrees with equality and separates neighbours.
+   auto a = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
+   auto b = makeRouteKeyMroute(pfx("10.0.0.2/32"), pfx("239.1.1.1/32"));
+   EXPECT_EQ(a.hash(), IpGenRouteKey(a).hash());
+   EXPECT_NE(a.hash(), b.hash());
+}
+
+TEST(RouteKey, OrderByGroupThenSource) {
+   auto k = [](const char* s, const char* g) { return makeRouteKeyMroute(pfx(s), pfx(g)); };
+   EXPECT_LT(k("10.0.0.1/32", "239.1.1.1/32"), k("10.0.0.2/32", "239.1.1.1/32"));
+   EXPECT_LT(k("10.0.0.9/32", "239.1.1.1/32"), k("10.0.0.1/32", "239.1.1.2/32")) << "g decides first";
+   EXPECT_LT(RouteKey(k("10.0.0.9/32", "239.1.1.1/32")), RouteKey(k("10.0.0.1/32", "239.1.1.2/32")));
+   EXPECT_LT(k("0.0.0.0/0", "239.1.1.1/32"), k("10.0.0.1/32", "239.1.1.1/32"));
+}
+
+} // namespace
+
+namespace Gant::Test {
+
+using namespace Routing::Multicast::Fib;
+
+template <>
+struct ValueSamples<IpGenRouteKey> {
+   // Ascending: by g, then s.
+   static std::vector<IpGenRouteKey> distinct() {
+      return {invalidRouteKey(),
+              makeRouteKeyVlanFloodset(10),
+              makeRouteKeyEthGroup(100, mac),
+              makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")),
+              makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32")),
+              makeRouteKeyMroute(pfx("10.0.0.2/32"), pfx("239.1.1.1/32")),
+              IpGenRouteKey(gpfx("2001:db8::1/128"), gpfx("ff3e::1/128"))};
+   }
+   static std::vector<std::pair<IpGenRouteKey, std::string>> texts() {
+      return {{IpGenRouteKey(gpfx("2001:db8::1/128"), gpfx("ff3e::1/128")),
+               "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'s': 2001:db8::1/128, 'g': ff3e::1/128})"}};
+   }
+   static std::vector<std::string> badTexts() {
+      return {"Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'g': 1.1.1.1/32, 's': 1.1.1.1/32})",
+              "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'s': 1.1.1.1/33, 'g': 1.1.1.1/32})"};
+   }
+   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
+};
+
+template <>
+struct ValueSamples<RouteKey> {
+   // Only kinds whose text reads back; ascending by g, then s.
+   static std::vector<RouteKey> distinct() {
+      return {RouteKey(), RouteKey(makeRouteKeyVlanFloodset(10)), RouteKey(makeRouteKeyMulticastFloodset(10)),
+              RouteKey(makeRouteKeyEthGroup(100, mac)),
+              RouteKey(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")), RouteKey(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"))};
+   }
+   static std::vector<std::pair<RouteKey, std::string>> texts() {
+      return {{RouteKey(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")),
+               "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'mroute', 's': 10.0.0.0/8, 'g': "
+               "239.1.1.1/32})"}};
+   }
+   static std::vector<std::string> badTexts() { return {}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
+};
+
+template <>
+struct ValueSamples<Multicast::Group::GroupKey> {
+   using G = Multicast::Group::GroupKey;
+   static std::vector<G> distinct() { return {G(0, 0, 0), G(0, 0, 1), G(0, 1, 0), G(19, 5, 77), G(65535, 65535)}; }
+   static std::vector<std::pair<G, std::string>> texts() {
+      return {{G(20, 3, 4294967295u), "Value('Multicast::Group::GroupKey', ** {'kind': 20, 'index': 3, 'hash': 4294967295})"}};
+   }
+   static std::vector<std::string> badTexts() {
+      return {"Value('Multicast::Group::GroupKey', ** {'kind': 65536, 'index': 3, 'hash': 4})"};
+   }
+   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
+};
+
+template <>
+struct ValueSamples<RouteKeyType> {
+   static std::vector<RouteKeyType> distinct() {
+      return {RouteKeyType::unknownRouteKeyType, RouteKeyType::vlanFloodset, RouteKeyType::ethGroup,
+              RouteKeyType::mroute};
+   }
+   static std::vector<std::pair<RouteKeyType, std::string>> texts() {
+      return {{RouteKeyType::evpnMultihomeFloodset, "'evpnMultihomeFloodset'"}};
+   }
+   static std::vector<std::string> badTexts() { return {"'route'", "mroute"}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() {
+      return {{bytes({0, 0, 0, 8}), "Routing::Multicast::Fib::RouteKeyType value 8 not allowed"}};
+   }
+};
+
+template <>
+struct ValueSamples<Multicast::Group::McastGroupKind> {
+   using K = Multicast::Group::McastGroupKind;
+   static std::vector<K> distinct() { return {K::mcastGroupKindTapAgg, K::mcastGroupKindTapAggLimitRange}; }
+   static std::vector<std::pair<K, std::string>> texts() { return {{K::mcastGroupKindTapAgg, "'mcastGroupKindTapAgg'"}}; }
+   static std::vector<std::string> badTexts() { return {"'mcastGroupKindTapAggLimit'"}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() {
+      return {{bytes({0, 0, 0, 0}), "Multicast::Group::McastGroupKind value 0 not allowed"}};
+   }
+};
+
+using KeyTypes = ::testing::Types<IpGenRouteKey, RouteKey, Multicast::Group::GroupKey, RouteKeyType,
+                                  Multicast::Group::McastGroupKind>;
+INSTANTIATE_TYPED_TEST_SUITE_P(RouteKeys, ValueContract, KeyTypes);
+
+} // namespace Gant::Test
