@@ -24,6 +24,12 @@ inline uint32_t IpGenRouteKey::gantHash() const {
    return static_cast<uint32_t>(h >> 32) ^ static_cast<uint32_t>(h);
 }
 
+// Both prefixes, byte for byte: the compiler turns a fixed-size memcmp
+// tested for equality into a few wide compares without a branch per field.
+inline bool IpGenRouteKey::operator==(const IpGenRouteKey& o) const noexcept {
+   return std::memcmp(this, &o, sizeof(IpGenRouteKey)) == 0;
+}
+
 // By g, then by s.
 inline std::strong_ordering IpGenRouteKey::operator<=>(const IpGenRouteKey& o) const noexcept {
    if (auto c = g_ <=> o.g_; c != 0) return c;

@@ -416,7 +416,8 @@ class Gen:
             else:
                 raise S.SchemaError(f'line {a.line}: {a.mod} not allowed in a value type')
         self.emit_statics(t, i2)
-        h.append(f'{i2}bool operator==(const {t.name}&) const = default;')
+        if not t.opts.get('customeq'):
+            h.append(f'{i2}bool operator==(const {t.name}&) const = default;')
         if t.opts.get('ordered'):
             h.append(f'{i2}auto operator<=>(const {t.name}&) const = default;')
         if t.opts.get('bang'):
