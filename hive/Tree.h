@@ -34,3 +34,19 @@ namespace Cell {
 // The path of a per-cell entity: cell-local state lives under "cell/<n>/".
 std::string path(std::string_view path, uint32_t cell);
 } // namespace Cell
+
+namespace Hive {
+
+// The entity of type T at path: the one already mounted there, or a new one
+// made by T's factory, named after the path's last component, and mounted.
+template <class T>
+Gant::Ptr<T> mountIs(Tree& tree, std::string_view path) {
+   if (auto existing = tree.lookup<T>(path)) return existing;
+   auto slash = path.rfind('/');
+   std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
+   Gant::Ptr<Gant::Entity> made = T::gantTypeInfo().factory(name);
+   tree.mount(path, made);
+   return Gant::Ptr<T>(static_cast<T*>(made.ptr()));
+}
+
+} // namespace Hive

@@ -1,0 +1,181 @@
+#include "fib/Config.h"
+#include "gant/testlib/Notifications.h"
+#include "gant/testlib/ValueContract.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Routing::Multicast::Fib;
+
+struct ConfigWatch : Config::Reactor, Gant::Test::Notifications {
+   using Config::Reactor::Reactor;
+   void onRouting() override { hit("routing"); }
+   void onMaxFastdrops() override { hit("maxFastdrops"); }
+   void onClearMfibCount() override { hit("clearMfibCount"); }
+   void onCounterRoute(const IpGenRouteKey&) override { hit("counterRoute"); }
+};
+
+struct VrfConfigWatch : VrfConfig::Reactor, Gant::Test::Notifications {
+   using VrfConfig::Reactor::Reactor;
+   void onConfig(const Gant::Name& n) override { hit("config " + n); }
+};
+
+IpGenRouteKey route(const char* s, const char* g) {
+   return makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>(s), Gant::fromText<Pakto::Prefix>(g));
+}
+
+std::vector<std::string> attrNames(const Gant::TypeInfo& t) {
+   std::vector<std::string> v;
+   for (const auto& a : t.attrs) v.push_back(a.name);
+   return v;
+}
+
+TEST(FibConfig, AttributesInDeclarationOrderWithDefaults) {
+   EXPECT_EQ(attrNames(Config::gantTypeInfo()),
+             (std::vector<std::string>{"name", "routing", "multipathControl", "fastdrop", "fastdropDefault",
+                                       "maxFastdrops", "maxFastdropsDefault", "counterRoute", "clearCounterRoute",
+                                       "clearFastdrop", "clearMfibCount"}));
+   EXPECT_EQ(attrNames(VrfConfig::gantTypeInfo()),
+             (std::vector<std::string>{"name", "routing", "counterMode", "counterModeDefault", "allCounter",
+                                       "allCounterDefault", "activityPollingInterval",
+                                       "activityPollingIntervalDefault", "intfConfig", "config"}));
+   EXPECT_EQ(attrNames(IntfConfig::gantTypeInfo()), (std::vector<std::string>{"name", "noFastdrop"}));
+   auto c = configFactory("red");
+   EXPECT_TRUE(c->isDefault());
+   EXPECT_FALSE(c->routing());
+   EXPECT_EQ(c->multipathControl(), Config::MultipathControl::multipathDeterministic);
+   EXPECT_TRUE(c->fastdrop());
+   EXPECT_EQ(c->maxFastdrops(), 1024u);
+   EXPECT_EQ(c->clearFastdrop(), 0.0);
+   EXPECT_EQ(c->clearMfibCount(), 0);
+   EXPECT_EQ(Config::maxFastdropsDefault(), 1024u);
+   EXPECT_EQ(c->attr("fastdropDefault").as<bool>(), true);
+   EXPECT_THROW(c->attrIs("maxFastdropsDefault", 5), Gant::UnsupportedOperation);
+   EXPECT_STREQ(c->typeName(), "Routing::Multicast::Fib::Config");
+   EXPECT_FALSE(intfConfigFactory("Ethernet1")->noFastdrop());
+}
+
+TEST(FibConfig, SettersNotifyOncePerChange) {
+   auto c = configFactory("red");
+   ConfigWatch w(c.ptr());
+   c->maxFastdropsIs(1024); // its current value
+   EXPECT_EQ(w.total(), 0);
+   c->maxFastdropsIs(10);
+   c->routingIs(true);
+   c->routingIs(true);
+   EXPECT_EQ(w.count("maxFastdrops"), 1);
+   EXPECT_EQ(w.count("routing"), 1);
+   c->clearMfibCountIs(255);
+   w.clear();
+   c->clearMfibCountInc(1);
+   EXPECT_EQ(c->clearMfibCount(), 0);
+   EXPECT_EQ(w.count("clearMfibCount"), 1);
+   c->attrIs("multipathControl", Config::MultipathControl::multipathNone);
+   EXPECT_EQ(Gant::toText(c->multipathControl()), "'multipathNone'");
+}
+
+TEST(FibConfig, ResetLeavesClearRequestsAndIsDefaultIgnoresThem) {
+   auto c = configFactory("red");
+   auto k = route("10.0.0.1/32", "239.1.1.1/32");
+   c->routingIs(true);
+   c->maxFastdropsIs(5);
+   c->counterRouteIs(k, true);
+   c->clearCounterRouteIs(k, true);
+   c->clearFastdropIs(12.5);
+   c->clearMfibCountInc(3);
+   EXPECT_FALSE(c->isDefault());
+   ConfigWatch w(c.ptr());
+   c->reset();
+   EXPECT_TRUE(c->isDefault());
+   EXPECT_EQ(c->counterRouteSize(), 0u);
+   EXPECT_TRUE(c->clearCounterRoute(k));
+   EXPECT_EQ(c->clearFastdrop(), 12.5);
+   EXPECT_EQ(c->clearMfibCount(), 3);
+   EXPECT_EQ(w.count("routing"), 1);
+   EXPECT_EQ(w.count("counterRoute"), 1);
+
+   auto root = vrfConfigFactory("ipv4");
+   root->routingIs(true);
+   root->counterModeIs(CounterMode::packetMode);
+   root->activityPollingIntervalIs(5);
+   root->intfConfigIs("Ethernet1");
+   EXPECT_FALSE(root->isDefault());
+   root->reset();
+   EXPECT_TRUE(root->isDefault());
+   EXPECT_EQ(root->intfConfigSize(), 1u) << "children are kept";
+}
+
+TEST(FibConfig, VrfConfigHoldsDefaultFromTheStart) {
+   auto root = vrfConfigFactory("ipv4");
+   ASSERT_EQ(root->configSize(), 1u);
+   EXPECT_TRUE(root->config("default")->isDefault());
+   EXPECT_EQ(root->config("default")->parent(), root.ptr());
+   EXPECT_EQ(root->intfConfigSize(), 0u);
+   VrfConfigWatch w(root.ptr());
+   root->configDel("default");
+   EXPECT_EQ(root->configSize(), 0u);
+   auto recreated = root->configIs("default");
+   EXPECT_EQ(recreated, root->config("default"));
+   EXPECT_EQ(w.count("config default"), 2);
+
+   std::string longName(101, 'v');
+   try {
+      root->configIs(longName);
+      FAIL();
+   } catch (const Gant::RangeError& e) {
+      EXPECT_STREQ(e.what(), "VrfName::bytes > VrfName::maxLength not allowed");
+   }
+   EXPECT_FALSE(root->configHas(longName));
+   EXPECT_EQ(w.total(), 2) << "a refused name notifies nobody";
+   root->configIs(std::string(100, 'v'));
+   EXPECT_EQ(root->configSize(), 2u);
+}
+
+TEST(FibConfig, MountPath) {
+   EXPECT_EQ(VrfConfig::mountPath(Pakto::AddressFamily::ipv4), "routing/multicast/vrf/config");
+   EXPECT_EQ(VrfConfig::mountPath(Pakto::AddressFamily::ipv6), "routing6/multicast/vrf/config");
+}
+
+TEST(FibConfigDeathTest, MountPathOfAnUnsupportedFamily) {
+   EXPECT_DEATH(VrfConfig::mountPath(Pakto::AddressFamilyInstance(0u)),
+                "false && \"Unsupported address family\"");
+}
+
+} // namespace
+
+namespace Gant::Test {
+
+using namespace Routing::Multicast::Fib;
+
+template <>
+struct ValueSamples<CounterMode> {
+   static std::vector<CounterMode> distinct() {
+      return {CounterMode::None, CounterMode::packetMode, CounterMode::byteMode};
+   }
+   static std::vector<std::pair<CounterMode, std::string>> texts() { return {{CounterMode::None, "'None'"}}; }
+   static std::vector<std::string> badTexts() { return {"'none'", "2"}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() {
+      return {{bytes({0, 0, 0, 3}), "Routing::Multicast::Fib::CounterMode value 3 not allowed"}};
+   }
+};
+
+template <>
+struct ValueSamples<Config::MultipathControl> {
+   using M = Config::MultipathControl;
+   static std::vector<M> distinct() {
+      return {M::multipathDeterministic, M::multipathNone, M::noMultipathDeterministic};
+   }
+   static std::vector<std::pair<M, std::string>> texts() {
+      return {{M::noMultipathDeterministic, "'noMultipathDeterministic'"}};
+   }
+   static std::vector<std::string> badTexts() { return {"'multipath'"}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() {
+      return {{bytes({0, 0, 0, 3}), "Routing::Multicast::Fib::Config::MultipathControl value 3 not allowed"}};
+   }
+};
+
+using ConfigTypes = ::testing::Types<CounterMode, Config::MultipathControl>;
+INSTANTIATE_TYPED_TEST_SUITE_P(FibConfig, ValueContract, ConfigTypes);
+
+} // namespace Gant::Test
