@@ -26,3 +26,17 @@
 #include "platform/VrfName.h"
 #include "sys/Calls.h"
 #include "sys/Fd.h"
+
+// Route keys and the multicast FIB state model
+#include "fib/Config.h"
+#include "fib/GroupKey.h"
+#include "fib/HardwareStatus.h"
+#include "fib/KernelMfib.h"
+#include "fib/ProtocolStatus.h"
+#include "fib/RouteKey.h"
+#include "fib/StateModel.h"
+#include "fib/Status.h"
+#include "hive/MountPath.h"
+#include "mcastcommon/AppIntfs.h"
+#include "platform/AddressFamily.h"
+#include "platform/IntfBoundaryStatus.h"

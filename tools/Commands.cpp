@@ -1,4 +1,5 @@
 #include "tools/Commands.h"
+#include "tools/KeyCommand.h"
 
 #include "flashlog/Flashlog.h"
 #include "gant/Codec.h"
@@ -60,18 +61,22 @@ int demo(std::span<const std::string>, std::ostream& out) {
    auto step = [&](const char* cmd, std::initializer_list<std::string> args) {
       std::vector<std::string> v(args);
       out << "$ mcastfib " << cmd;
-      for (auto& a : v) out << ' ' << a;
+      for (auto& a : v) out << ' ' << (a.find(' ') == std::string::npos ? a : '"' + a + '"');
       out << "\n";
       findCommand(cmd)->run(v, out);
       out << "\n";
    };
+   step("key", {"eth-group", "100", "01:00:5e:01:02:03"});
+   step("key", {"mroute", "10.0.0.0/8", "239.1.1.1/32"});
+   step("key", {"Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', 'vlanId': 10})"});
    step("prefix", {"239.1.1.0/24", "ff3e::8000:1/128", "10.0.0.1"});
    step("intf", {"Ethernet3", "Ethernet1/2/3", "Port-Channel10", "Vlan100"});
-   step("types", {"Bridging"});
+   step("types", {"RouteKey"});
    return 0;
 }
 
 const Command table[] = {
+    {"key", keyUsage, "build or parse a route key and show its kind, pretty text and text forms", keyCommand},
     {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties", prefix},
     {"intf", "NAME...", "encode interface names as interface ids", intf},
     {"types", "[FILTER]", "list registered types and their attributes", types},

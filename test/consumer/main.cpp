@@ -5,6 +5,7 @@
 
 int main() {
    Pakto::IntfId intf("Ethernet3");
-   std::cout << intf << "\n";
-   return intf.name() == "Ethernet3" ? 0 : 1;
+   auto key = Routing::Multicast::Fib::makeRouteKeyVlanFloodset(10);
+   std::cout << intf << " " << key.pretty() << "\n";
+   return intf.name() == "Ethernet3" && key.pretty() == "vlan10 Floodset" ? 0 : 1;
 }
