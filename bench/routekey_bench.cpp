@@ -49,23 +49,26 @@ struct PairHash {
    }
 };
 
-void BM_Hash_Pair(benchmark::State& state) {
-   auto v = pairs();
-   std::size_t i = 0;
-   for (auto _ : state) benchmark::DoNotOptimize(PairHash{}(v[i++ & kMask]));
-}
-BENCHMARK(BM_Hash_Pair);
+template <class V> std::vector<V> samples();
+template <> std::vector<Pair> samples<Pair>() { return pairs(); }
+template <> std::vector<IpGenRouteKey> samples<IpGenRouteKey>() { return keys(); }
 
-void BM_Hash_IpGenRouteKey(benchmark::State& state) {
-   auto v = keys();
+uint32_t hashOf(const IpGenRouteKey& k) { return k.hash(); }
+std::size_t hashOf(const Pair& p) { return PairHash{}(p); }
+
+template <class V>
+void BM_Hash(benchmark::State& state) {
+   auto v = samples<V>();
    std::size_t i = 0;
-   for (auto _ : state) benchmark::DoNotOptimize(v[i++ & kMask].hash());
+   for (auto _ : state) benchmark::DoNotOptimize(hashOf(v[i++ & kMask]));
 }
-BENCHMARK(BM_Hash_IpGenRouteKey);
+BENCHMARK_TEMPLATE(BM_Hash, Pair);
+BENCHMARK_TEMPLATE(BM_Hash, IpGenRouteKey);
 
 // Equal operands: the whole value must be compared.
-void BM_EqualSame_Pair(benchmark::State& state) {
-   auto v = pairs();
+template <class V>
+void BM_EqualSame(benchmark::State& state) {
+   auto v = samples<V>();
    auto w = v;
    std::size_t i = 0;
    for (auto _ : state) {
@@ -73,57 +76,31 @@ void BM_EqualSame_Pair(benchmark::State& state) {
       benchmark::DoNotOptimize(v[j] == w[j]);
    }
 }
-BENCHMARK(BM_EqualSame_Pair);
+BENCHMARK_TEMPLATE(BM_EqualSame, Pair);
+BENCHMARK_TEMPLATE(BM_EqualSame, IpGenRouteKey);
 
-void BM_EqualSame_IpGenRouteKey(benchmark::State& state) {
-   auto v = keys();
-   auto w = v;
-   std::size_t i = 0;
-   for (auto _ : state) {
-      std::size_t j = i++ & kMask;
-      benchmark::DoNotOptimize(v[j] == w[j]);
-   }
-}
-BENCHMARK(BM_EqualSame_IpGenRouteKey);
-
-void BM_EqualOther_Pair(benchmark::State& state) {
-   auto v = pairs();
+template <class V>
+void BM_EqualOther(benchmark::State& state) {
+   auto v = samples<V>();
    std::size_t i = 0;
    for (auto _ : state) {
       std::size_t j = i++;
       benchmark::DoNotOptimize(v[j & kMask] == v[(j + 1) & kMask]);
    }
 }
-BENCHMARK(BM_EqualOther_Pair);
+BENCHMARK_TEMPLATE(BM_EqualOther, Pair);
+BENCHMARK_TEMPLATE(BM_EqualOther, IpGenRouteKey);
 
-void BM_EqualOther_IpGenRouteKey(benchmark::State& state) {
-   auto v = keys();
-   std::size_t i = 0;
-   for (auto _ : state) {
-      std::size_t j = i++;
-      benchmark::DoNotOptimize(v[j & kMask] == v[(j + 1) & kMask]);
-   }
-}
-BENCHMARK(BM_EqualOther_IpGenRouteKey);
-
-void BM_Less_Pair(benchmark::State& state) {
-   auto v = pairs();
+template <class V>
+void BM_Less(benchmark::State& state) {
+   auto v = samples<V>();
    std::size_t i = 0;
    for (auto _ : state) {
       std::size_t j = i++;
       benchmark::DoNotOptimize(v[j & kMask] < v[(j * 7 + 3) & kMask]);
    }
 }
-BENCHMARK(BM_Less_Pair);
-
-void BM_Less_IpGenRouteKey(benchmark::State& state) {
-   auto v = keys();
-   std::size_t i = 0;
-   for (auto _ : state) {
-      std::size_t j = i++;
-      benchmark::DoNotOptimize(v[j & kMask] < v[(j * 7 + 3) & kMask]);
-   }
-}
-BENCHMARK(BM_Less_IpGenRouteKey);
+BENCHMARK_TEMPLATE(BM_Less, Pair);
+BENCHMARK_TEMPLATE(BM_Less, IpGenRouteKey);
 
 } // namespace
