@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -53,6 +54,18 @@ Result Calls::socket(int domain, int type, int protocol) {
 }
 Result Calls::bind(int fd, const sockaddr* addr, socklen_t len) {
    return retryEintr([&] { return ::bind(fd, addr, len); });
+}
+Result Calls::listen(int fd, int backlog) {
+   return retryEintr([&] { return ::listen(fd, backlog); });
+}
+Result Calls::accept4(int fd, sockaddr* addr, socklen_t* len, int flags) {
+   return retryEintr([&] { return ::accept4(fd, addr, len, flags); });
+}
+Result Calls::fchmod(int fd, mode_t mode) {
+   return retryEintr([&] { return ::fchmod(fd, mode); });
+}
+Result Calls::unlink(const char* path) {
+   return retryEintr([&] { return ::unlink(path); });
 }
 Result Calls::connect(int fd, const sockaddr* addr, socklen_t len) {
    return once([&] { return ::connect(fd, addr, len); });

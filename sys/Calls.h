@@ -42,6 +42,8 @@ class Calls {
    virtual Result flock(int fd, int operation);
    virtual Result ftruncate(int fd, off_t length);
    virtual Result fstat(int fd, struct stat* st);
+   virtual Result unlink(const char* path);
+   virtual Result fchmod(int fd, mode_t mode);
 
    // Sockets.
    virtual Result socket(int domain, int type, int protocol);
@@ -49,6 +51,8 @@ class Calls {
    // Never retried: an interrupted connect goes on in the background, and
    // calling it again would report EALREADY instead of the outcome.
    virtual Result connect(int fd, const sockaddr* addr, socklen_t len);
+   virtual Result listen(int fd, int backlog);
+   virtual Result accept4(int fd, sockaddr* addr, socklen_t* len, int flags);
    virtual Result setsockopt(int fd, int level, int name, const void* value, socklen_t len);
    virtual Result getsockopt(int fd, int level, int name, void* value, socklen_t* len);
    virtual Result recvmsg(int fd, msghdr* msg, int flags);

@@ -1,0 +1,284 @@
+#include "pond/Collection.h"
+#include "pond/WordCopy.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+namespace Pond {
+
+namespace {
+
+inline void cpuRelax() {
+#if defined(__i386__) || defined(__x86_64__)
+   __builtin_ia32_pause();
+#endif
+}
+
+} // namespace
+
+const char* readStatusName(ReadStatus s) noexcept {
+   switch (s) {
+   case ReadStatus::found: return "found";
+   case ReadStatus::absent: return "absent";
+   case ReadStatus::stuck: return "stuck";
+   case ReadStatus::corrupt: return "corrupt";
+   }
+   return "?";
+}
+
+CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint32_t i, KeyHash hash) {
+   auto* b = static_cast<unsigned char*>(base);
+   const CollectionHeader& c = layout.collections[i];
+   CollectionMap m;
+   m.segment = static_cast<SegmentHeader*>(base);
+   m.header = &m.segment->collections[i];
+   m.slots = b + c.slotsOffset;
+   m.index[0] = reinterpret_cast<uint32_t*>(b + c.indexOffset[0]);
+   m.index[1] = reinterpret_cast<uint32_t*>(b + c.indexOffset[1]);
+   m.queue = b + c.queueOffset;
+   m.recordSize = c.recordSize;
+   m.keySize = c.keySize;
+   m.capacity = c.capacity;
+   m.bucketMask = c.bucketCount - 1;
+   m.queueMask = c.queueLength - 1;
+   m.slotStride = c.slotStride;
+   m.queueStride = c.queueStride;
+   m.hashKey = hash;
+   return m;
+}
+
+// ---- reader ---------------------------------------------------------------
+
+ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
+   SlotHeader* s = m_.slot(i);
+   for (int spin = 0; spin < kMaxReadSpins; ++spin) {
+      uint32_t s1 = loadAcquire(s->seq);
+      if (s1 & 1) {
+         cpuRelax();
+         continue;
+      }
+      uint32_t live = loadRelaxed(s->live);
+      copyFromShared(out, m_.slotData(i), m_.recordSize);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(s->seq) != s1) continue;
+      if (seqOut) *seqOut = s1;
+      if (live > 1) return ReadStatus::corrupt;
+      return live ? ReadStatus::found : ReadStatus::absent;
+   }
+   return ReadStatus::stuck;
+}
+
+ReadStatus CollectionReader::lookup(const void* key, void* out) const {
+   if (!magicOk(m_.segment)) return ReadStatus::corrupt;
+   const uint32_t hash = m_.hashKey(key);
+   const uint32_t tag = bucketTag(hash);
+   for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
+      const uint32_t epoch = loadAcquire(m_.header->indexEpoch);
+      const uint32_t* index = m_.index[epoch & 1];
+      ReadStatus result = ReadStatus::absent;
+      for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
+         uint32_t b = loadAcquire(index[(hash + probe) & m_.bucketMask]);
+         if (b == kBucketEmpty) break;
+         if ((b & 0xffff) == kBucketTombstone || (b >> 16) != tag) continue;
+         uint32_t slot = bucketSlot(b);
+         if (slot >= m_.capacity) return ReadStatus::corrupt;
+         ReadStatus r = readSlot(slot, out);
+         if (r == ReadStatus::found && std::memcmp(out, key, m_.keySize) == 0) {
+            result = ReadStatus::found;
+            break;
+         }
+         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
+      }
+      // A rebuild flipped the index under us: what we saw may be stale.
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(m_.header->indexEpoch) == epoch) return result;
+   }
+   return ReadStatus::stuck;
+}
+
+uint32_t CollectionReader::size() const { return loadAcquire(m_.header->size); }
+
+// ---- writer ---------------------------------------------------------------
+
+CollectionWriter::CollectionWriter(const CollectionMap& m, std::function<void()> changed)
+    : m_(m), changed_(std::move(changed)) {}
+
+void CollectionWriter::initialize() {
+   free_.clear();
+   for (uint32_t i = 0; i < m_.capacity; ++i) free_.push_back(i);
+   size_ = 0;
+   tombstones_ = 0;
+   storeRelease(m_.header->size, 0);
+}
+
+uint32_t CollectionWriter::recover() {
+   free_.clear();
+   size_ = 0;
+   for (uint32_t i = 0; i < m_.capacity; ++i) {
+      SlotHeader* s = m_.slot(i);
+      uint32_t seq = loadRelaxed(s->seq);
+      if (seq & 1) {
+         // Left mid-write by a writer that died: the record is lost.
+         storeRelaxed(s->live, 0);
+         storeRelease(s->seq, seq + 1);
+      } else if (loadRelaxed(s->live) > 1) {
+         storeRelaxed(s->seq, seq + 1);
+         storeRelaxed(s->live, 0);
+         storeRelease(s->seq, seq + 2);
+      }
+   }
+   // Rebuild also drops duplicate keys (a crash cannot make them, garbage can).
+   rebuildIndex();
+   for (uint32_t i = 0; i < m_.capacity; ++i)
+      if (!loadRelaxed(m_.slot(i)->live)) free_.push_back(i);
+   storeRelease(m_.header->size, size_);
+   return size_;
+}
+
+bool CollectionWriter::findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const {
+   const uint32_t* index = m_.index[loadRelaxed(m_.header->indexEpoch) & 1];
+   const uint32_t tag = bucketTag(hash);
+   uint32_t firstFree = UINT32_MAX;
+   for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
+      uint32_t pos = (hash + probe) & m_.bucketMask;
+      uint32_t b = index[pos];
+      if (b == kBucketEmpty) {
+         bucket = firstFree != UINT32_MAX ? firstFree : pos;
+         return false;
+      }
+      if ((b & 0xffff) == kBucketTombstone) {
+         if (firstFree == UINT32_MAX) firstFree = pos;
+         continue;
+      }
+      if ((b >> 16) != tag) continue;
+      uint32_t s = bucketSlot(b);
+      if (std::memcmp(m_.slotData(s), key, m_.keySize) == 0) {
+         slot = s;
+         bucket = pos;
+         return true;
+      }
+   }
+   bucket = firstFree;
+   return false;
+}
+
+const void* CollectionWriter::find(const void* key) const {
+   uint32_t slot, bucket;
+   return findSlot(key, m_.hashKey(key), slot, bucket) ? m_.slotData(slot) : nullptr;
+}
+
+void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t live) {
+   SlotHeader* s = m_.slot(slot);
+   uint32_t seq = s->seq;
+   storeRelaxed(s->seq, seq + 1);
+   std::atomic_thread_fence(std::memory_order_release);
+   storeRelaxed(s->live, live);
+   if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
+   storeRelease(s->seq, seq + 2);
+}
+
+void CollectionWriter::enqueue(uint32_t slot, const void* key) {
+   CollectionHeader* h = m_.header;
+   uint32_t sequence = h->queueHead;
+   QueueEntryHeader* e = m_.entry(sequence);
+   uint32_t lock = e->lock;
+   storeRelaxed(e->lock, lock + 1);
+   std::atomic_thread_fence(std::memory_order_release);
+   storeRelaxed(e->sequence, sequence);
+   storeRelaxed(e->slot, slot);
+   storeRelaxed(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
+   copyToShared(m_.entryKey(e), key, m_.keySize);
+   storeRelease(e->lock, lock + 2);
+   storeRelease(h->queueHead, sequence + 1);
+   storeRelease(m_.segment->changes, m_.segment->changes + 1);
+   if (changed_) changed_();
+}
+
+bool CollectionWriter::upsert(const void* record) {
+   const uint32_t hash = m_.hashKey(record);
+   uint32_t slot, bucket;
+   if (findSlot(record, hash, slot, bucket)) {
+      if (std::memcmp(m_.slotData(slot), record, m_.recordSize) == 0) return false;
+      writeSlot(slot, record, 1);
+      enqueue(slot, record);
+      return true;
+   }
+   if (free_.empty() || bucket == UINT32_MAX)
+      throw FullError(std::string("collection '") + m_.header->name + "' is full (" +
+                      std::to_string(m_.capacity) + " records)");
+   slot = free_.front();
+   free_.pop_front();
+   writeSlot(slot, record, 1);
+   uint32_t* index = m_.index[m_.header->indexEpoch & 1];
+   if ((index[bucket] & 0xffff) == kBucketTombstone) --tombstones_;
+   // Published only once the record is in place.
+   storeRelease(index[bucket], makeBucket(slot, hash));
+   storeRelease(m_.header->size, ++size_);
+   enqueue(slot, record);
+   return true;
+}
+
+bool CollectionWriter::remove(const void* key) {
+   const uint32_t hash = m_.hashKey(key);
+   uint32_t slot, bucket;
+   if (!findSlot(key, hash, slot, bucket)) return false;
+   // Keep the key: it may point into the slot about to be rewritten.
+   unsigned char k[kMaxKeySize];
+   std::memcpy(k, key, m_.keySize);
+   uint32_t* index = m_.index[m_.header->indexEpoch & 1];
+   storeRelease(index[bucket], kBucketTombstone);
+   ++tombstones_;
+   writeSlot(slot, nullptr, 0);
+   free_.push_back(slot);
+   storeRelease(m_.header->size, --size_);
+   enqueue(slot, k);
+   if (tombstones_ > (m_.bucketMask + 1) / 4) rebuildIndex();
+   return true;
+}
+
+void CollectionWriter::removeAll() {
+   std::vector<unsigned char> key(m_.keySize);
+   for (uint32_t i = 0; i < m_.capacity && size_ > 0; ++i) {
+      if (!m_.slot(i)->live) continue;
+      std::memcpy(key.data(), m_.slotData(i), m_.keySize);
+      remove(key.data());
+   }
+}
+
+void CollectionWriter::notify(const void* key) {
+   uint32_t slot, bucket;
+   if (!findSlot(key, m_.hashKey(key), slot, bucket)) slot = UINT32_MAX;
+   enqueue(slot, key);
+}
+
+void CollectionWriter::rebuildIndex() {
+   const uint32_t epoch = m_.header->indexEpoch;
+   uint32_t* next = m_.index[(epoch + 1) & 1];
+   for (uint32_t b = 0; b <= m_.bucketMask; ++b) storeRelaxed(next[b], kBucketEmpty);
+   size_ = 0;
+   for (uint32_t i = 0; i < m_.capacity; ++i) {
+      if (!m_.slot(i)->live) continue;
+      const void* key = m_.slotData(i);
+      const uint32_t hash = m_.hashKey(key);
+      uint32_t pos = hash & m_.bucketMask;
+      bool duplicate = false;
+      while (next[pos] != kBucketEmpty) {
+         uint32_t other = bucketSlot(next[pos]);
+         if (std::memcmp(m_.slotData(other), key, m_.keySize) == 0) duplicate = true;
+         pos = (pos + 1) & m_.bucketMask;
+      }
+      if (duplicate) {
+         writeSlot(i, nullptr, 0);
+         continue;
+      }
+      storeRelaxed(next[pos], makeBucket(i, hash));
+      ++size_;
+   }
+   tombstones_ = 0;
+   // Readers that started on the old index see the flip and look again.
+   storeRelease(m_.header->indexEpoch, epoch + 1);
+}
+
+} // namespace Pond

@@ -1,0 +1,114 @@
+#pragma once
+// Typed access to a collection of records R (trivially copyable, key first).
+#include "gant/Assert.h"
+#include "gant/Codec.h"
+#include "pond/Table.h"
+
+#include <cstring>
+#include <optional>
+#include <type_traits>
+
+namespace Pond {
+
+template <class R>
+struct Record {
+   using Key = std::decay_t<decltype(std::declval<const R&>().key())>;
+   static_assert(std::is_trivially_copyable_v<R>, "records are copied as bytes");
+   static_assert(std::is_trivially_copyable_v<Key>);
+
+   static uint32_t hash(const void* k) {
+      Key key;
+      std::memcpy(static_cast<void*>(&key), k, sizeof key);
+      return Gant::hashOf(key);
+   }
+   static bool validKey(const void* k) {
+      if constexpr (requires(const Key& x) { x.gantValid(); }) {
+         Key key;
+         std::memcpy(static_cast<void*>(&key), k, sizeof key);
+         return key.gantValid();
+      }
+      return true;
+   }
+   static CollectionCodec codec() { return {&hash, &validKey}; }
+   static CollectionSpec spec(std::string name, uint32_t capacity, uint32_t queueLength = 0) {
+      // The key must be the record's first bytes: readers compare and hash
+      // them without knowing the record type.
+      if constexpr (std::is_lvalue_reference_v<decltype(std::declval<const R&>().key())>) {
+         R sample{};
+         GANT_ASSERT(static_cast<const void*>(&sample.key()) == static_cast<const void*>(&sample));
+      }
+      return {std::move(name), R::gantTypeName, sizeof(R), sizeof(Key), capacity, queueLength};
+   }
+};
+
+template <class R>
+class MapWriter {
+ public:
+   using Key = typename Record<R>::Key;
+   explicit MapWriter(CollectionWriter& c) : c_(c) {}
+
+   // Insert or replace; false when the stored record is identical.
+   bool set(const R& r) { return c_.upsert(&r); }
+   bool del(const Key& k) { return c_.remove(&k); }
+   void delAll() { c_.removeAll(); }
+   void notify(const Key& k) { c_.notify(&k); }
+   std::optional<R> find(const Key& k) const {
+      const void* p = c_.find(&k);
+      if (!p) return std::nullopt;
+      R r;
+      std::memcpy(static_cast<void*>(&r), p, sizeof r);
+      return r;
+   }
+   uint32_t size() const noexcept { return c_.size(); }
+
+   // Modify in place, then commit: modify() hands out the record of k (or a
+   // new one for k) to change, commit() publishes it.
+   R& modify(const Key& k) {
+      staged_ = find(k).value_or(R(k));
+      open_ = true;
+      return *staged_;
+   }
+   void commit(const R* r) {
+      GANT_ASSERT_TEXT(open_ && staged_ && r == &*staged_, "PondMap::directCommit() in no man's land");
+      open_ = false;
+      c_.upsert(r);
+   }
+
+ private:
+   CollectionWriter& c_;
+   std::optional<R> staged_;
+   bool open_ = false;
+};
+
+template <class R>
+struct Found {
+   ReadStatus status = ReadStatus::absent;
+   R value{};
+   explicit operator bool() const noexcept { return status == ReadStatus::found; }
+};
+
+template <class R>
+class MapReader {
+ public:
+   using Key = typename Record<R>::Key;
+   explicit MapReader(const CollectionReader& c) : c_(c) {}
+   Found<R> find(const Key& k) const {
+      Found<R> f;
+      f.status = c_.lookup(&k, &f.value);
+      return f;
+   }
+   uint32_t size() const { return c_.size(); }
+
+ private:
+   const CollectionReader& c_;
+};
+
+// Key bytes delivered to TableHandler::onChange, as a key.
+template <class R>
+typename Record<R>::Key keyOf(const void* bytes) {
+   typename Record<R>::Key k;
+   std::memcpy(static_cast<void*>(&k), bytes, sizeof k);
+   return k;
+}
+
+} // namespace Pond

@@ -1,0 +1,51 @@
+#pragma once
+// One POSIX shared-memory object, mapped. The writer creates or re-opens it
+// read-write; readers open it read-only, so that nothing a reader does can
+// change it.
+#include "sys/Fd.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace Pond {
+
+class Segment {
+ public:
+   Segment() = default;
+   Segment(Segment&& o) noexcept;
+   Segment& operator=(Segment&& o) noexcept;
+   Segment(const Segment&) = delete;
+   Segment& operator=(const Segment&) = delete;
+   ~Segment();
+
+   // The writer's side: creates the object (mode, e.g. 0600) or, when it
+   // exists, opens it; sizes it to `size` when it was created. Sets
+   // `created`. Throws Gant::ErrnoError naming the failed call.
+   static Segment openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created);
+   // A reader's side: opens read-only and maps all there is, refusing an
+   // object smaller than minSize (the header, say). Throws Gant::ErrnoError, or
+   // std::runtime_error for a short object.
+   static Segment openForReader(const std::string& name, std::size_t minSize);
+
+   void* base() const noexcept { return base_; }
+   std::size_t size() const noexcept { return size_; }
+   int fd() const noexcept { return fd_.get(); }
+   const std::string& name() const noexcept { return name_; }
+   bool writable() const noexcept { return writable_; }
+
+   // Removes the name; mappings stay valid until unmapped.
+   static void unlink(const std::string& name);
+
+ private:
+   void release() noexcept;
+
+   std::string name_;
+   Sys::Fd fd_;
+   void* base_ = nullptr;
+   std::size_t size_ = 0;
+   bool writable_ = false;
+};
+
+} // namespace Pond

@@ -1,0 +1,121 @@
+#pragma once
+// A table in shared memory: one segment named after its mount path, holding
+// one to four collections, with one writer process and any number of reader
+// processes that come and go independently of it.
+#include "pond/Collection.h"
+#include "pond/Segment.h"
+#include "pond/Spec.h"
+#include "pond/Wake.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pond {
+
+struct Options {
+   std::string prefix = "mcastfib"; // of the shared-memory object's name
+   std::string socketDir = "/dev/shm";
+   mode_t mode = 0600;              // owner-only unless a group is asked for
+};
+
+// Per collection: how to hash a key, and (optionally) whether key bytes met
+// in shared memory are a valid key at all.
+struct CollectionCodec {
+   KeyHash hash = nullptr;
+   bool (*validKey)(const void* key) = nullptr;
+};
+
+class TableWriter {
+ public:
+   // Creates the table, or re-opens the one a previous writer of this path
+   // left (after a crash, say) and continues from its contents. A segment of
+   // another layout is replaced. Throws when another writer holds the table.
+   TableWriter(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+               Loop::EventLoop* loop, const Options& options = {});
+   ~TableWriter();
+
+   CollectionWriter& collection(std::size_t i) { return *collections_.at(i); }
+   uint32_t generation() const noexcept { return header()->generation; }
+   bool recovered() const noexcept { return recovered_; }
+   const std::string& segmentName() const noexcept { return segment_.name(); }
+   std::size_t segmentSize() const noexcept { return segment_.size(); }
+   std::size_t readers() const noexcept { return wake_ ? wake_->readers() : 0; }
+   // Removes the table's name; readers keep their mapping until they unmount.
+   void unlink();
+
+ private:
+   SegmentHeader* header() const noexcept { return static_cast<SegmentHeader*>(segment_.base()); }
+
+   Segment segment_;
+   std::unique_ptr<WakeServer> wake_;
+   std::vector<std::unique_ptr<CollectionWriter>> collections_;
+   bool recovered_ = false;
+   std::string socketPath_;
+};
+
+// What a reader hears. Handlers run on the reader's event loop.
+class TableHandler {
+ public:
+   virtual ~TableHandler() = default;
+   // A key of collection c changed (inserted, replaced, removed or notified).
+   virtual void onChange(std::size_t c, const void* key) { (void)c, (void)key; }
+   // The reader has caught up with the table after mounting or resynchronising.
+   virtual void onReady() {}
+   // The writer's process ended; changes resume when a writer returns.
+   virtual void onWriterGone() {}
+   // The segment holds what no writer writes; the text says what.
+   virtual void onCorrupt(const std::string& what) { (void)what; }
+};
+
+class TableReader {
+ public:
+   // Mounts the table when it exists (and keeps trying, on the loop, until it
+   // does). Refuses, through onCorrupt, a segment of another layout.
+   TableReader(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+               Loop::EventLoop& loop, TableHandler& handler, const Options& options = {});
+   ~TableReader();
+
+   bool mounted() const noexcept { return segment_.base() != nullptr; }
+   bool ready() const noexcept { return ready_; }
+   const CollectionReader& collection(std::size_t i) const { return readers_.at(i); }
+   // Delivers the changes waiting now (wake-ups do this by themselves).
+   void poll();
+   uint64_t wakeups() const noexcept { return wake_.wakeups(); }
+   uint64_t resyncs() const noexcept { return resyncs_; }
+
+ private:
+   struct Shadow {
+      std::vector<uint32_t> seq; // per slot; 0 = nothing reported
+      std::vector<unsigned char> keys;
+   };
+   bool tryMount();
+   bool mapSegment();
+   void retryLater();
+   void resync(std::size_t c);
+   void drain(std::size_t c);
+   void deliver(std::size_t c, const void* key);
+   void corrupt(const std::string& what);
+   const SegmentHeader* header() const noexcept { return static_cast<const SegmentHeader*>(segment_.base()); }
+
+   std::string mountPath_;
+   std::string name_;
+   SegmentHeader layout_;
+   std::vector<CollectionCodec> codecs_;
+   Loop::EventLoop& loop_;
+   TableHandler& handler_;
+   Options options_;
+   Segment segment_;
+   std::vector<CollectionReader> readers_;
+   std::vector<Shadow> shadows_;
+   std::vector<uint32_t> cursors_;
+   WakeClient wake_;
+   Loop::Timer retry_;
+   uint32_t generation_ = 0;
+   bool ready_ = false;
+   bool corrupt_ = false;
+   bool remount_ = false;
+   uint64_t resyncs_ = 0;
+};
+
+} // namespace Pond

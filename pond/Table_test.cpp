@@ -1,0 +1,173 @@
+// The table framework in one process: writer and readers on real shared
+// memory and real sockets, driven by a real epoll loop.
+#include "pond/testlib/Fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <fcntl.h>
+
+namespace {
+
+using namespace Pond;
+using namespace Pond::Test;
+
+struct PondTable : ::testing::Test {
+   Loop::EpollLoop loop;
+   Options options = uniqueOptions();
+   std::string path = "routing/multicast/routestatus/default/test";
+
+   void settle() {
+      // Deliver whatever is pending, then stop.
+      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
+   }
+};
+
+TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
+   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   items.set(Item::make(1, 1));
+   Recorder rec;
+   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   ASSERT_TRUE(reader.ready());
+   EXPECT_EQ(rec.ready, 1);
+   EXPECT_EQ(rec.changed, (std::vector<uint32_t>{1})) << "mounting reports what is there";
+   rec.changed.clear();
+   settle();
+   EXPECT_EQ(writer.readers(), 1u);
+
+   items.set(Item::make(2, 1));
+   items.set(Item::make(1, 2));
+   EXPECT_FALSE(items.set(Item::make(1, 2))) << "an identical record is no change";
+   items.del(2);
+   EXPECT_FALSE(items.del(2));
+   settle();
+   EXPECT_EQ(rec.changed, (std::vector<uint32_t>{2, 1, 2}));
+   MapReader<Item> view(reader.collection(0));
+   auto one = view.find(1);
+   ASSERT_TRUE(one);
+   EXPECT_EQ(one.value, Item::make(1, 2));
+   EXPECT_EQ(view.find(2).status, ReadStatus::absent);
+   EXPECT_EQ(view.size(), 1u);
+   EXPECT_TRUE(rec.corrupt.empty());
+   writer.unlink();
+}
+
+TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
+   TableWriter writer(path, itemSpec(4), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   for (uint32_t k = 0; k < 4; ++k) items.set(Item::make(k, 1));
+   EXPECT_THROW(items.set(Item::make(9, 1)), FullError);
+   EXPECT_EQ(items.size(), 4u);
+   EXPECT_FALSE(items.find(9));
+   items.set(Item::make(3, 2)); // replacing still works when full
+   items.del(0);
+   items.set(Item::make(9, 1)); // and a freed slot takes a new key
+   EXPECT_EQ(items.find(9)->version(), 1u);
+   writer.unlink();
+}
+
+TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
+   TableWriter writer(path, itemSpec(256, 8), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   for (uint32_t k = 0; k < 100; ++k) items.set(Item::make(k, 1));
+   Recorder rec;
+   TableReader reader(path, itemSpec(256, 8), {Record<Item>::codec()}, loop, rec, options);
+   settle();
+   rec.changed.clear();
+   // Far more changes than the queue holds, before the reader runs.
+   for (uint32_t k = 0; k < 100; k += 2) items.set(Item::make(k, 2));
+   for (uint32_t k = 1; k < 100; k += 10) items.del(k);
+   items.set(Item::make(500, 1));
+   uint64_t resyncs = reader.resyncs();
+   settle();
+   EXPECT_GT(reader.resyncs(), resyncs);
+   std::set<uint32_t> expected;
+   for (uint32_t k = 0; k < 100; k += 2) expected.insert(k);
+   for (uint32_t k = 1; k < 100; k += 10) expected.insert(k);
+   expected.insert(500);
+   std::set<uint32_t> seen(rec.changed.begin(), rec.changed.end());
+   EXPECT_EQ(seen, expected) << "every changed key, coalesced, and no other";
+   writer.unlink();
+}
+
+TEST_F(PondTable, DeleteAllNotifiesEachKey) {
+   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   for (uint32_t k = 0; k < 5; ++k) items.set(Item::make(k, 1));
+   Recorder rec;
+   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   settle();
+   rec.changed.clear();
+   items.delAll();
+   settle();
+   EXPECT_EQ(std::set<uint32_t>(rec.changed.begin(), rec.changed.end()), (std::set<uint32_t>{0, 1, 2, 3, 4}));
+   EXPECT_EQ(rec.changed.size(), 5u);
+   EXPECT_EQ(MapReader<Item>(reader.collection(0)).size(), 0u);
+   writer.unlink();
+}
+
+TEST_F(PondTable, ModifyThenCommit) {
+   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   Item& i = items.modify(7);
+   i = Item::make(7, 3);
+   items.commit(&i);
+   EXPECT_EQ(items.find(7)->version(), 3u);
+   EXPECT_DEATH(items.commit(&i), "PondMap::directCommit\\(\\) in no man's land");
+   writer.unlink();
+}
+
+TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
+   TableWriter writer(path, itemSpec(64), {Record<Item>::codec()}, &loop, options);
+   struct stat st{};
+   int fd = ::shm_open(writer.segmentName().c_str(), O_RDONLY, 0);
+   ASSERT_GE(fd, 0);
+   ASSERT_EQ(::fstat(fd, &st), 0);
+   ::close(fd);
+   EXPECT_EQ(st.st_mode & 0777, 0600u);
+   EXPECT_LE(double(writer.segmentSize()), 1.5 * 64 * sizeof(Item) + 16384)
+       << "small tables pay a fixed header and queue";
+
+   Recorder rec;
+   TableReader reader(path, itemSpec(128), {Record<Item>::codec()}, loop, rec, options);
+   EXPECT_FALSE(reader.mounted());
+   ASSERT_FALSE(rec.corrupt.empty());
+   EXPECT_NE(rec.corrupt[0].find("does not match"), std::string::npos) << rec.corrupt[0];
+   writer.unlink();
+}
+
+TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
+   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   for (uint32_t k = 0; k < 20; ++k) items.set(Item::make(k, 1));
+   Recorder rec;
+   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   settle();
+   // Another process scribbles over everything past the header.
+   int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
+   ASSERT_GE(fd, 0);
+   void* p = ::mmap(nullptr, writer.segmentSize(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+   ::close(fd);
+   auto* bytes = static_cast<unsigned char*>(p);
+   uint32_t x = 12345;
+   for (std::size_t i = sizeof(SegmentHeader); i < writer.segmentSize(); ++i) {
+      x = x * 1103515245 + 12345;
+      bytes[i] = static_cast<unsigned char>(x >> 16);
+   }
+   MapReader<Item> view(reader.collection(0));
+   for (uint32_t k = 0; k < 50; ++k) {
+      auto f = view.find(k);
+      EXPECT_NE(f.status, ReadStatus::found) << "garbage never reads as a record";
+   }
+   // Then the header too.
+   std::memset(bytes, 0xa5, sizeof(SegmentHeader));
+   EXPECT_EQ(view.find(1).status, ReadStatus::corrupt);
+   reader.poll();
+   EXPECT_FALSE(rec.corrupt.empty());
+   ::munmap(p, writer.segmentSize());
+   writer.unlink();
+}
+
+} // namespace

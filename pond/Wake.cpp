@@ -1,0 +1,156 @@
+#include "pond/Wake.h"
+
+#include "gant/Error.h"
+#include "gant/Hash.h"
+#include "sys/Calls.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace Pond {
+
+namespace {
+
+sockaddr_un address(const std::string& path) {
+   sockaddr_un a{};
+   a.sun_family = AF_UNIX;
+   std::memcpy(a.sun_path, path.data(), std::min(path.size(), sizeof a.sun_path - 1));
+   return a;
+}
+
+} // namespace
+
+std::string wakeSocketPath(const std::string& dir, const std::string& segmentName) {
+   // FNV-1a of the segment name: sun_path holds 108 bytes, names may not fit.
+   uint64_t h = 1469598103934665603ull;
+   for (unsigned char c : segmentName) h = (h ^ c) * 1099511628211ull;
+   char buf[32];
+   std::snprintf(buf, sizeof buf, "%016llx", static_cast<unsigned long long>(h));
+   return dir + "/mcastfib-" + buf + ".wake";
+}
+
+// ---- server -----------------------------------------------------------------
+
+WakeServer::WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& loop,
+                       std::function<uint32_t()> changes)
+    : path_(path), loop_(loop), changes_(std::move(changes)) {
+   Sys::Calls& sys = Sys::calls();
+   listen_.reset(static_cast<int>(
+       Sys::check(sys.socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket")));
+   sys.unlink(path_.c_str()); // a socket left by a writer that died
+   sockaddr_un a = address(path_);
+   Sys::check(sys.bind(listen_.get(), reinterpret_cast<sockaddr*>(&a), sizeof a), "bind");
+   // Readers need write permission on the socket to connect.
+   ::chmod(path_.c_str(), mode | ((mode & 0444) >> 1));
+   Sys::check(sys.listen(listen_.get(), 64), "listen");
+   listenWatch_ = loop_.watchReadable(listen_.get(), [this] { accept(); });
+}
+
+WakeServer::~WakeServer() {
+   listenWatch_.reset();
+   conns_.clear();
+   Sys::calls().unlink(path_.c_str());
+}
+
+void WakeServer::accept() {
+   for (;;) {
+      Sys::Result r = Sys::calls().accept4(listen_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      if (!r.ok()) return;
+      conns_.emplace_back();
+      auto it = std::prev(conns_.end());
+      it->fd.reset(static_cast<int>(r.value));
+      it->watch = loop_.watchReadable(it->fd.get(), [this, it] { onReader(it); });
+   }
+}
+
+void WakeServer::onReader(std::list<Conn>::iterator it) {
+   Conn& c = *it;
+   for (;;) {
+      uint32_t seen = 0;
+      Sys::Result r = Sys::calls().recvfrom(c.fd.get(), &seen, sizeof seen, MSG_DONTWAIT, nullptr, nullptr);
+      if (r.ok() && r.value == sizeof seen) {
+         if (seen != changes_()) {
+            wake(c); // changed since the reader looked: no sleep
+         } else if (!c.armed) {
+            c.armed = true;
+            ++armed_;
+         }
+         continue;
+      }
+      if (r.ok() && r.value > 0) continue; // not an ack: ignored
+      if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) return;
+      // The reader went away.
+      if (c.armed) --armed_;
+      conns_.erase(it);
+      return;
+   }
+}
+
+void WakeServer::wake(Conn& c) {
+   if (c.armed) {
+      c.armed = false;
+      --armed_;
+   }
+   char byte = 1;
+   Sys::calls().sendto(c.fd.get(), &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+}
+
+void WakeServer::wakeArmed() {
+   for (Conn& c : conns_)
+      if (c.armed) wake(c);
+}
+
+// ---- client -------------------------------------------------------------------
+
+WakeClient::WakeClient(std::string path, Loop::EventLoop& loop, std::function<void()> onWake,
+                       std::function<void()> onGone)
+    : path_(std::move(path)), loop_(loop), onWake_(std::move(onWake)), onGone_(std::move(onGone)) {}
+
+bool WakeClient::connect() {
+   if (fd_.valid()) return true;
+   Sys::Calls& sys = Sys::calls();
+   Sys::Fd fd(static_cast<int>(
+       Sys::check(sys.socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket")));
+   sockaddr_un a = address(path_);
+   if (!sys.connect(fd.get(), reinterpret_cast<sockaddr*>(&a), sizeof a).ok()) return false;
+   fd_ = std::move(fd);
+   watch_ = loop_.watchReadable(fd_.get(), [this] { onReadable(); });
+   return true;
+}
+
+void WakeClient::ack(uint32_t count) {
+   if (!fd_.valid()) return;
+   Sys::Result r = Sys::calls().sendto(fd_.get(), &count, sizeof count, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+   if (!r.ok() && r.err != EAGAIN) drop();
+}
+
+void WakeClient::onReadable() {
+   bool woken = false;
+   for (;;) {
+      char buf[64];
+      Sys::Result r = Sys::calls().recvfrom(fd_.get(), buf, sizeof buf, MSG_DONTWAIT, nullptr, nullptr);
+      if (r.ok() && r.value > 0) {
+         woken = true;
+         continue;
+      }
+      if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) break;
+      drop(); // end of stream: the writer is gone
+      return;
+   }
+   if (woken) {
+      ++wakeups_;
+      onWake_();
+   }
+}
+
+void WakeClient::drop() {
+   watch_.reset();
+   fd_.reset();
+   onGone_();
+}
+
+} // namespace Pond

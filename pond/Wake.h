@@ -1,0 +1,83 @@
+#pragma once
+// Waking readers in other processes. The writer listens on a Unix
+// seqpacket socket beside the segment; each reader connects. A reader that
+// has caught up sends the change count it has seen ("ack") and is then armed;
+// the writer sends an armed reader one wake byte at the next change and
+// disarms it. So a burst of changes costs each sleeping reader one wake-up,
+// and a reader never writes to shared memory. The connection also tells a
+// reader that its writer died: the kernel closes it.
+#include "loop/EventLoop.h"
+#include "sys/Fd.h"
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+
+namespace Pond {
+
+// The socket beside a segment: short enough for sun_path whatever the name.
+std::string wakeSocketPath(const std::string& dir, const std::string& segmentName);
+
+class WakeServer {
+ public:
+   // changes() reads the segment's change count, to compare with acks.
+   WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& loop, std::function<uint32_t()> changes);
+   ~WakeServer();
+   WakeServer(const WakeServer&) = delete;
+   WakeServer& operator=(const WakeServer&) = delete;
+
+   // After each change: wakes every armed reader. One branch when none is.
+   void changed() {
+      if (armed_) wakeArmed();
+   }
+   std::size_t readers() const noexcept { return conns_.size(); }
+
+ private:
+   struct Conn {
+      Sys::Fd fd;
+      Loop::Watch watch;
+      bool armed = false;
+   };
+   void accept();
+   void onReader(std::list<Conn>::iterator it);
+   void wakeArmed();
+   void wake(Conn& c);
+
+   std::string path_;
+   Loop::EventLoop& loop_;
+   std::function<uint32_t()> changes_;
+   Sys::Fd listen_;
+   Loop::Watch listenWatch_;
+   std::list<Conn> conns_;
+   uint32_t armed_ = 0;
+};
+
+class WakeClient {
+ public:
+   WakeClient(std::string path, Loop::EventLoop& loop, std::function<void()> onWake, std::function<void()> onGone);
+   WakeClient(const WakeClient&) = delete;
+   WakeClient& operator=(const WakeClient&) = delete;
+
+   // Connects when not connected; false when no writer listens.
+   bool connect();
+   bool connected() const noexcept { return fd_.valid(); }
+   // "I have seen every change up to count; wake me at the next."
+   void ack(uint32_t count);
+   uint64_t wakeups() const noexcept { return wakeups_; }
+
+ private:
+   void onReadable();
+   void drop();
+
+   std::string path_;
+   Loop::EventLoop& loop_;
+   std::function<void()> onWake_, onGone_;
+   Sys::Fd fd_;
+   Loop::Watch watch_;
+   uint64_t wakeups_ = 0;
+};
+
+} // namespace Pond

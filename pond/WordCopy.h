@@ -1,0 +1,74 @@
+#pragma once
+// Copies between private memory and shared memory that another process may
+// be writing at the same time. Every shared access is an atomic access of a
+// machine word (relaxed: the seqlock around it supplies the ordering), so the
+// copy is race-free in the C++ memory model. The compiler turns relaxed word
+// loads and stores into plain moves.
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace Pond {
+
+// The widest word that is atomic without a lock on this build.
+using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
+constexpr std::size_t kWordSize = sizeof(Word);
+
+// Shared areas are padded to whole 8-byte words on every build.
+constexpr std::size_t roundUp8(std::size_t n) { return (n + 7) & ~std::size_t(7); }
+
+inline void copyFromShared(void* dst, const void* src, std::size_t bytes) {
+   auto* s = static_cast<Word*>(const_cast<void*>(src));
+   auto* d = static_cast<unsigned char*>(dst);
+   const std::size_t words = bytes / kWordSize;
+   for (std::size_t i = 0; i < words; ++i) {
+      Word w = std::atomic_ref<Word>(s[i]).load(std::memory_order_relaxed);
+      std::memcpy(d + i * kWordSize, &w, kWordSize);
+   }
+   if (std::size_t rest = bytes % kWordSize) {
+      Word w = std::atomic_ref<Word>(s[words]).load(std::memory_order_relaxed);
+      std::memcpy(d + words * kWordSize, &w, rest);
+   }
+}
+
+// dst must be a whole number of words long (shared areas are padded).
+inline void copyToShared(void* dst, const void* src, std::size_t bytes) {
+   auto* d = static_cast<Word*>(dst);
+   auto* s = static_cast<const unsigned char*>(src);
+   const std::size_t words = bytes / kWordSize;
+   for (std::size_t i = 0; i < words; ++i) {
+      Word w;
+      std::memcpy(&w, s + i * kWordSize, kWordSize);
+      std::atomic_ref<Word>(d[i]).store(w, std::memory_order_relaxed);
+   }
+   if (std::size_t rest = bytes % kWordSize) {
+      Word w = 0;
+      std::memcpy(&w, s + words * kWordSize, rest);
+      std::atomic_ref<Word>(d[words]).store(w, std::memory_order_relaxed);
+   }
+}
+
+inline uint32_t loadAcquire(const uint32_t& v) {
+   return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(v)).load(std::memory_order_acquire);
+}
+inline uint32_t loadRelaxed(const uint32_t& v) {
+   return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(v)).load(std::memory_order_relaxed);
+}
+inline void storeRelease(uint32_t& v, uint32_t x) {
+   std::atomic_ref<uint32_t>(v).store(x, std::memory_order_release);
+}
+inline void storeRelaxed(uint32_t& v, uint32_t x) {
+   std::atomic_ref<uint32_t>(v).store(x, std::memory_order_relaxed);
+}
+
+// The segment's magic, read as two 32-bit words: a 64-bit atomic load is not
+// a plain load on 32-bit x86, and readers map the segment read-only.
+template <class H>
+bool magicOk(const H* h) {
+   const auto* w = reinterpret_cast<const uint32_t*>(&h->magic);
+   uint64_t m = uint64_t(loadRelaxed(w[1])) << 32 | loadRelaxed(w[0]);
+   return m == H::kExpectedMagic;
+}
+
+} // namespace Pond
