@@ -129,6 +129,11 @@ uint32_t CollectionWriter::recover() {
          storeRelease(s->seq, seq + 2);
       }
    }
+   // Change entries left mid-write: close them (they read as overwritten).
+   for (uint32_t q = 0; q <= m_.queueMask; ++q) {
+      QueueEntryHeader* e = m_.entry(q);
+      if (e->lock & 1) storeRelease(e->lock, e->lock + 1);
+   }
    // Rebuild also drops duplicate keys (a crash cannot make them, garbage can).
    rebuildIndex();
    for (uint32_t i = 0; i < m_.capacity; ++i)
@@ -171,26 +176,27 @@ const void* CollectionWriter::find(const void* key) const {
 
 void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t live) {
    SlotHeader* s = m_.slot(slot);
-   uint32_t seq = s->seq;
-   storeRelaxed(s->seq, seq + 1);
+   // Odd while writing, whatever a dead writer left behind.
+   const uint32_t writing = (s->seq + 1) | 1;
+   storeRelaxed(s->seq, writing);
    std::atomic_thread_fence(std::memory_order_release);
    storeRelaxed(s->live, live);
    if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
-   storeRelease(s->seq, seq + 2);
+   storeRelease(s->seq, writing + 1);
 }
 
 void CollectionWriter::enqueue(uint32_t slot, const void* key) {
    CollectionHeader* h = m_.header;
    uint32_t sequence = h->queueHead;
    QueueEntryHeader* e = m_.entry(sequence);
-   uint32_t lock = e->lock;
-   storeRelaxed(e->lock, lock + 1);
+   const uint32_t writing = (e->lock + 1) | 1;
+   storeRelaxed(e->lock, writing);
    std::atomic_thread_fence(std::memory_order_release);
    storeRelaxed(e->sequence, sequence);
    storeRelaxed(e->slot, slot);
    storeRelaxed(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
    copyToShared(m_.entryKey(e), key, m_.keySize);
-   storeRelease(e->lock, lock + 2);
+   storeRelease(e->lock, writing + 1);
    storeRelease(h->queueHead, sequence + 1);
    storeRelease(m_.segment->changes, m_.segment->changes + 1);
    if (changed_) changed_();

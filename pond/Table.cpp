@@ -91,7 +91,10 @@ TableReader::TableReader(const std::string& mountPath, const TableSpec& spec, st
       shadows_[c].keys.assign(std::size_t(layout_.collections[c].capacity) * layout_.collections[c].keySize, 0);
    }
    cursors_.assign(layout_.collectionCount, 0);
-   if (!tryMount()) retryLater();
+   // Mount from the loop: handlers run on the loop, never inside this constructor.
+   retry_ = loop_.timerAfter(0, [this] {
+      if (!tryMount()) retryLater();
+   });
 }
 
 TableReader::~TableReader() = default;
@@ -153,9 +156,9 @@ void TableReader::poll() {
    if (generation != generation_) {
       generation_ = generation;
       for (std::size_t c = 0; c < readers_.size(); ++c) resync(c);
-   } else {
-      for (std::size_t c = 0; c < readers_.size(); ++c) drain(c);
    }
+   // A pass leaves the changes queued during it: take those too.
+   for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) drain(c);
    wake_.ack(seen);
 }
 
@@ -212,8 +215,9 @@ void TableReader::resync(std::size_t c) {
       uint32_t seq = 0;
       ReadStatus st = readers_[c].readSlot(i, record.data(), &seq);
       if (st == ReadStatus::stuck) {
-         corrupt("slot " + std::to_string(i) + " of " + layout_.collections[c].name + " stayed mid-write");
-         return;
+         FLASHLOG(trace, 1, "slot ", i, " of ", layout_.collections[c].name, " stayed mid-write");
+         handler_.onStuck("slot " + std::to_string(i) + " of " + layout_.collections[c].name + " stayed mid-write");
+         continue; // the shadow keeps what was reported; a later pass sees the repair
       }
       if (st == ReadStatus::corrupt) return corrupt("slot " + std::to_string(i) + " is neither live nor free");
       const bool live = st == ReadStatus::found;

@@ -64,14 +64,17 @@ class TableHandler {
    virtual void onReady() {}
    // The writer's process ended; changes resume when a writer returns.
    virtual void onWriterGone() {}
+   // A record stayed mid-write: its writer died while writing it. It is
+   // looked at again when a writer returns and repairs the table.
+   virtual void onStuck(const std::string& what) { (void)what; }
    // The segment holds what no writer writes; the text says what.
    virtual void onCorrupt(const std::string& what) { (void)what; }
 };
 
 class TableReader {
  public:
-   // Mounts the table when it exists (and keeps trying, on the loop, until it
-   // does). Refuses, through onCorrupt, a segment of another layout.
+   // Mounts the table from the loop as soon as it exists (trying again until
+   // it does). Refuses, through onCorrupt, a segment of another layout.
    TableReader(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
                Loop::EventLoop& loop, TableHandler& handler, const Options& options = {});
    ~TableReader();

@@ -30,6 +30,8 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    items.set(Item::make(1, 1));
    Recorder rec;
    TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   EXPECT_FALSE(reader.ready()) << "handlers run on the loop, not in the constructor";
+   loop.runUntil([&] { return reader.ready(); }, 5);
    ASSERT_TRUE(reader.ready());
    EXPECT_EQ(rec.ready, 1);
    EXPECT_EQ(rec.changed, (std::vector<uint32_t>{1})) << "mounting reports what is there";
@@ -132,6 +134,7 @@ TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
 
    Recorder rec;
    TableReader reader(path, itemSpec(128), {Record<Item>::codec()}, loop, rec, options);
+   settle();
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
    EXPECT_NE(rec.corrupt[0].find("does not match"), std::string::npos) << rec.corrupt[0];
