@@ -12,6 +12,7 @@
 #include "gant/TextReader.h"
 
 #include <bit>
+#include <cstring>
 #include <charconv>
 #include <concepts>
 #include <cstdint>
@@ -200,5 +201,27 @@ template <class T>
 struct Hash {
    std::size_t operator()(const T& v) const { return Codec<T>::hash(v); }
 };
+
+} // namespace Gant
+
+namespace Gant {
+
+// Whether the bytes of a value copied from outside (shared memory) hold a
+// value its type can have: a bool is 0 or 1, an enumeration a named member,
+// and a type with its own rules says so through gantValid().
+template <class T>
+bool validValue(const T& v) {
+   if constexpr (std::is_same_v<T, bool>) {
+      unsigned char b;
+      std::memcpy(&b, &v, 1);
+      return b <= 1;
+   } else if constexpr (GantEnum<T>) {
+      return gantEnumInfo(T{}).nameOf(static_cast<uint32_t>(v)) != nullptr;
+   } else if constexpr (requires { v.gantValid(); }) {
+      return v.gantValid();
+   } else {
+      return true;
+   }
+}
 
 } // namespace Gant

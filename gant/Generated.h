@@ -89,6 +89,21 @@ struct Codec<EntityRef> {
 };
 inline EntityRef entityName(const Entity* e) { return e ? EntityRef{e->name(), false} : EntityRef{}; }
 
+// A reference to an entity held in a collection: shown and logged by name;
+// it cannot be read back from text or a log (the entity lives elsewhere).
+template <class T>
+   requires std::derived_from<T, Entity>
+struct Codec<Ptr<T>> {
+   static void text(std::string& out, const Ptr<T>& p) { Codec<EntityRef>::text(out, entityName(p.ptr())); }
+   static uint32_t hash(const Ptr<T>& p) { return hashU64(reinterpret_cast<uintptr_t>(p.ptr())); }
+   static void logWrite(LogWriter& w, const Ptr<T>& p) {
+      Codec<std::string>::logWrite(w, p ? p->name() : std::string());
+   }
+   static Ptr<T> logRead(LogReader&) {
+      throw UnsupportedOperation("an entity reference cannot be read from an attribute log");
+   }
+};
+
 template <class C>
 uint32_t collectionHash(const C& c) {
    uint32_t h = static_cast<uint32_t>(c.size());

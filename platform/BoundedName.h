@@ -58,6 +58,12 @@ class BoundedName {
    // Quoted, like a string.
    void gantText(std::string& out) const { Gant::quote(out, view()); }
    static Derived gantParse(Gant::TextReader& r) { return Derived(r.quoted()); }
+   bool gantValid() const noexcept {
+      if (len_ > Max) return false;
+      for (std::size_t i = len_; i < Max; ++i)
+         if (bytes_[i] != 0) return false;
+      return true;
+   }
    // Fixed width: the length byte, then all Max bytes.
    void gantLogWrite(Gant::LogWriter& w) const {
       w.uint<uint8_t>(len_);

@@ -136,6 +136,8 @@ IntfId IntfId::fromValue(uint64_t value) {
    return IntfId(high, low);
 }
 
+bool IntfId::gantValid() const noexcept { return (high_ == 0 && low_ == 0) || decode(high_, low_).kind; }
+
 std::string IntfId::name() const {
    std::string out;
    gantText(out);

@@ -46,6 +46,8 @@ class IntfId {
    explicit IntfId(std::string_view name);
    // Throws Gant::RangeError "IntfId::value is not a valid interface encoding".
    static IntfId fromValue(uint64_t value);
+   // Whether bytes copied from outside hold an id that decodes.
+   bool gantValid() const noexcept;
 
    constexpr uint64_t value() const noexcept { return uint64_t{high_} << 32 | low_; }
    std::string name() const;

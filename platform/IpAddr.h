@@ -70,6 +70,7 @@ class Prefix {
    // A multicast address and a length that keeps the prefix inside 224/4.
    constexpr bool isMulticast() const noexcept { return address_.isMulticast() && len_ >= 4; }
    constexpr bool isHost() const noexcept { return len_ == maxLen; }
+   constexpr bool gantValid() const noexcept { return len_ <= maxLen; }
 
    constexpr bool operator==(const Prefix&) const noexcept = default;
    // By address (numerically), then length.

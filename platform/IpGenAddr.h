@@ -109,6 +109,14 @@ class IpGenPrefix {
    // Narrows to IPv4; the family-less prefix narrows to 0.0.0.0/0.
    Prefix v4Prefix() const;
    bool isDefault() const noexcept { return *this == IpGenPrefix(); }
+   // Whether bytes copied from outside hold a prefix: a known family, a
+   // length within it, and nothing past the family's address bytes.
+   bool gantValid() const noexcept {
+      if (af_ > AddressFamily::ipv6 || len_ > maxLen(af_) || reserved_ != 0) return false;
+      for (std::size_t i = addressBytes(af_); i < IpGenAddr::areaBytes; ++i)
+         if (addr_[i]) return false;
+      return true;
+   }
    bool operator!() const noexcept { return isDefault(); }
 
    bool operator==(const IpGenPrefix&) const noexcept = default;

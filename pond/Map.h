@@ -95,6 +95,12 @@ class MapReader {
    Found<R> find(const Key& k) const {
       Found<R> f;
       f.status = c_.lookup(&k, &f.value);
+      // Bytes from another process: a record that breaks its own type's
+      // rules is reported, never handed out.
+      if (f.status == ReadStatus::found && !Gant::validValue(f.value)) {
+         f.status = ReadStatus::corrupt;
+         f.value = R{};
+      }
       return f;
    }
    uint32_t size() const { return c_.size(); }

@@ -106,7 +106,7 @@ class Schema:
 
 
 ATTR_RE = re.compile(
-    r'^(?:(const|counter|map|set|array|children|ref|backref)\s+)?(\w+)\s*:\s*'
+    r'^(?:(const|counter|map|set|array|children|ref|backref|pond)\s+)?(\w+)\s*:\s*'
     r'(.+?)(?:\s*->\s*(.+?))?(?:\s*=\s*(.+?))?$')
 TYPE_RE = re.compile(r'^(enum|scalar|flags|value|entity)\s+(\w+)(?:\s*:\s*(\w+))?(?:\s*=\s*(.+))?$')
 

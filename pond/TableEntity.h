@@ -1,0 +1,63 @@
+#pragma once
+// The adapter between entities and shared-memory tables: an entity whose
+// collections are the collections of one table. Opened as the writer, its
+// setters write the table and notify its reactors at once; mounted as a
+// reader, its reactors hear each changed key on the reader's loop.
+#include "gant/Entity.h"
+#include "pond/Map.h"
+#include "pond/Table.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace GantPond {
+
+class TableEntity : public Gant::Entity, private Pond::TableHandler {
+ public:
+   // The writer's side: creates or recovers the table at mountPath. A null
+   // loop means no reader is woken (they find changes when they poll).
+   void openWriter(const std::string& mountPath, Loop::EventLoop* loop, const Pond::Options& options = {});
+   // A reader's side: mounts the table at mountPath from the loop.
+   void openReader(const std::string& mountPath, Loop::EventLoop& loop, const Pond::Options& options = {});
+
+   bool isWriter() const noexcept { return writer_ != nullptr; }
+   bool isReader() const noexcept { return reader_ != nullptr; }
+   bool tableReady() const noexcept { return writer_ || (reader_ && reader_->ready()); }
+   Pond::TableWriter* tableWriter() const noexcept { return writer_.get(); }
+   Pond::TableReader* tableReader() const noexcept { return reader_.get(); }
+
+ protected:
+   TableEntity(Gant::Name name, Pond::TableSpec spec, std::vector<Pond::CollectionCodec> codecs)
+       : Entity(std::move(name)), spec_(std::move(spec)), codecs_(std::move(codecs)) {}
+
+   // Generated: one writer or reader per collection, and the dispatch of a
+   // changed key to the collection's reactor handler.
+   virtual void bindCollections() = 0;
+   virtual void tableChanged(std::size_t collection, const void* key) = 0;
+   virtual void tableStatusChanged() = 0;
+
+   Pond::CollectionWriter& collectionWriter(std::size_t c);
+   const Pond::CollectionReader& collectionReader(std::size_t c) const;
+   // The text of the last corruption a reader met, or empty.
+   const std::string& corruption() const noexcept { return corruption_; }
+   // Refuses a write on a reader's side: readers never write.
+   void requireWriter() const;
+
+ private:
+   void onChange(std::size_t c, const void* key) override { tableChanged(c, key); }
+   void onReady() override { tableStatusChanged(); }
+   void onWriterGone() override { tableStatusChanged(); }
+   void onCorrupt(const std::string& what) override {
+      corruption_ = what;
+      tableStatusChanged();
+   }
+
+   Pond::TableSpec spec_;
+   std::vector<Pond::CollectionCodec> codecs_;
+   std::unique_ptr<Pond::TableWriter> writer_;
+   std::unique_ptr<Pond::TableReader> reader_;
+   std::string corruption_;
+};
+
+} // namespace GantPond
