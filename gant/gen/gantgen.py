@@ -76,7 +76,8 @@ class Gen:
     def default_expr(self, type_, d):
         if d is None:
             return '{}'
-        if self.is_enum(type_) and d.isidentifier():
+        # A bare name as a default is a member of the attribute's enumeration.
+        if d.isidentifier() and d not in ('true', 'false') and type_ not in S.BUILTINS:
             return f'{cpp_type(type_)}::{d}'
         return d
 
@@ -87,6 +88,8 @@ class Gen:
         h.append('#include "gant/Generated.h"')
         if any(a.mod == 'pond' for t in self.by_name.values() for a in t.attrs):
             h.append('#include "pond/TableEntity.h"')
+        if any(a.opts.get('traced') for t in self.by_name.values() for a in t.attrs):
+            h.append('#include "flashlog/Flashlog.h"')
         if any(t.mount for t in self.by_name.values()):
             h.append('#include "hive/MountPath.h"')
         for inc in self.s.includes:
@@ -609,6 +612,10 @@ class Gen:
             h.append(f'{i2}void tableStatusChanged() override {{ notify(&Reactor::onTableStatus); }}')
             for a in ponds:
                 h.append(f'{i2}std::unique_ptr<Pond::MapWriter<{cpp_type(a.type)}>> {a.name}Writer_;')
+                if a.opts.get('traced'):
+                    # Registered with the trace facility when the entity is built.
+                    for op in ('Is', 'Del', 'Notify'):
+                        h.append(f'{i2}Flashlog::Handle* {a.name}{op}Trace_ = &Flashlog::handle("{a.name}{op}");')
         if kname != 'name':
             h.append(f'{i2}{kct} {kname}_;')
         for a in t.attrs:
@@ -712,7 +719,15 @@ class Gen:
             h.append(f'{i2}const {ctype}& {a.name}() const noexcept {{ return {a.name}_; }}')
             h.append(f'{i2}bool {a.name}Has({k} k) const {{ return {a.name}_.count(k) != 0; }}')
             h.append(f'{i2}std::size_t {a.name}Size() const noexcept {{ return {a.name}_.size(); }}')
-            if a.mod == 'map':
+            if a.mod == 'map' and a.opts.get('keyof'):
+                # Values keyed by their own key.
+                vt = cpp_type(a.vtype)
+                h.append(f'{i2}{vt} {a.name}({k} k) const {{ return Gant::mapGet({a.name}_, k); }}')
+                h.append(f'{i2}void {a.name}Is({self.arg(a.vtype)} v) {{')
+                h.append(f'{i2}   const auto& k = v.key();')
+                h.append(f'{i2}   if (Gant::mapSet({a.name}_, k, v)) {note}, k);')
+                h.append(f'{i2}}}')
+            elif a.mod == 'map':
                 vt = cpp_type(a.vtype)
                 h.append(f'{i2}{vt} {a.name}({k} k) const {{ return Gant::mapGet({a.name}_, k); }}')
                 h.append(f'{i2}void {a.name}Is({k} k, {self.arg(a.vtype)} v) {{')
@@ -762,12 +777,17 @@ class Gen:
             h.append(f'{i2}   if (isWriter()) return {w}->size();')
             h.append(f'{i2}   return tableReader() && tableReader()->mounted() ? collectionReader({idx}).size() : 0;')
             h.append(f'{i2}}}')
+            tr = a.opts.get('traced')
             h.append(f'{i2}void {a.name}Is(const {ct}& r) {{')
             h.append(f'{i2}   requireWriter();')
+            if tr:
+                h.append(f'{i2}   FLASHLOG(*{a.name}IsTrace_, 8, r.key().pretty());')
             h.append(f'{i2}   if ({w}->set(r)) {note}, r.key());')
             h.append(f'{i2}}}')
             h.append(f'{i2}void {a.name}Del(const {kt}& k) {{')
             h.append(f'{i2}   requireWriter();')
+            if tr:
+                h.append(f'{i2}   FLASHLOG(*{a.name}DelTrace_, 8, k.pretty());')
             h.append(f'{i2}   if ({w}->del(k)) {note}, k);')
             h.append(f'{i2}}}')
             h.append(f'{i2}void {a.name}DelAll() {{')
@@ -787,6 +807,8 @@ class Gen:
             h.append(f'{i2}   {note}, r->key());')
             h.append(f'{i2}}}')
             h.append(f'{i2}void {a.name}Notify(const {kt}& k) {{')
+            if tr:
+                h.append(f'{i2}   FLASHLOG(*{a.name}NotifyTrace_, 8, k.pretty());')
             h.append(f'{i2}   if (isWriter()) {w}->notify(k);')
             h.append(f'{i2}   {note}, k);')
             h.append(f'{i2}}}')
@@ -890,6 +912,16 @@ class Gen:
             ct = cpp_type(a.type)
             if a.mod in ('value', 'counter'):
                 c.append(f'   {a.name}Is(Gant::Codec<{ct}>::logRead(r));')
+            elif a.mod == 'map' and a.opts.get('keyof'):
+                kt, vt = cpp_type(a.type), cpp_type(a.vtype)
+                c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) {{')
+                c.append(f'      auto fwkKey = [k = Gant::Codec<{kt}>::logRead(r)] {{ return k; }};')
+                c.append(f'      auto _value = Gant::Codec<{vt}>::logRead(r);')
+                c.append(f'      auto KeyFunktor = [] {{ return [](const {vt}& v) {{ return v.key(); }}; }};')
+                c.append(f'      // A value stored under a key other than its own breaks the collection.')
+                c.append(f'      GANT_ASSERT(fwkKey() == KeyFunktor()( _value ));')
+                c.append(f'      {a.name}Is(_value);')
+                c.append(f'   }}')
             elif a.mod == 'map':
                 kt, vt = cpp_type(a.type), cpp_type(a.vtype)
                 c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) {{ auto k = Gant::Codec<{kt}>::logRead(r); '
