@@ -1,5 +1,6 @@
 #include "pond/Collection.h"
 #include "pond/WordCopy.h"
+#include "pond/Wake.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,16 +8,6 @@
 #include <vector>
 
 namespace Pond {
-
-namespace {
-
-inline void cpuRelax() {
-#if defined(__i386__) || defined(__x86_64__)
-   __builtin_ia32_pause();
-#endif
-}
-
-} // namespace
 
 const char* readStatusName(ReadStatus s) noexcept {
    switch (s) {
@@ -71,7 +62,6 @@ ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) c
 }
 
 ReadStatus CollectionReader::lookup(const void* key, void* out) const {
-   if (!magicOk(m_.segment)) return ReadStatus::corrupt;
    const uint32_t hash = m_.hashKey(key);
    const uint32_t tag = bucketTag(hash);
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
@@ -102,8 +92,7 @@ uint32_t CollectionReader::size() const { return loadAcquire(m_.header->size); }
 
 // ---- writer ---------------------------------------------------------------
 
-CollectionWriter::CollectionWriter(const CollectionMap& m, std::function<void()> changed)
-    : m_(m), changed_(std::move(changed)) {}
+CollectionWriter::CollectionWriter(const CollectionMap& m) : m_(m) {}
 
 void CollectionWriter::initialize() {
    free_.clear();
@@ -199,7 +188,7 @@ void CollectionWriter::enqueue(uint32_t slot, const void* key) {
    storeRelease(e->lock, writing + 1);
    storeRelease(h->queueHead, sequence + 1);
    storeRelease(m_.segment->changes, m_.segment->changes + 1);
-   if (changed_) changed_();
+   if (wake_) wake_->changed();
 }
 
 bool CollectionWriter::upsert(const void* record) {
@@ -211,10 +200,14 @@ bool CollectionWriter::upsert(const void* record) {
       enqueue(slot, record);
       return true;
    }
+   return insertAt(record, hash, bucket);
+}
+
+bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t bucket) {
    if (free_.empty() || bucket == UINT32_MAX)
       throw FullError(std::string("collection '") + m_.header->name + "' is full (" +
                       std::to_string(m_.capacity) + " records)");
-   slot = free_.front();
+   const uint32_t slot = free_.front();
    free_.pop_front();
    writeSlot(slot, record, 1);
    uint32_t* index = m_.index[m_.header->indexEpoch & 1];

@@ -7,6 +7,7 @@
 // tombstone; a full rebuild goes to the other index and flips indexEpoch;
 // every change appends a sequence-numbered entry to the change queue.
 #include "pond/Layout.h"
+#include "pond/WordCopy.h"
 
 #include <cstdint>
 #include <deque>
@@ -53,9 +54,74 @@ struct CollectionMap {
 // gives up and reports it.
 constexpr int kMaxReadSpins = 20000;
 
+inline void cpuRelax() {
+#if defined(__i386__) || defined(__x86_64__)
+   __builtin_ia32_pause();
+#endif
+}
+
+// Seqlock read of slot i's record into out (bytes bytes). found or absent
+// with the slot's seq, or stuck when the slot stayed mid-write.
+template <std::size_t Bytes>
+inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, uint32_t& seq) {
+   SlotHeader* s = m.slot(i);
+   for (int spin = 0; spin < kMaxReadSpins; ++spin) {
+      uint32_t s1 = loadAcquire(s->seq);
+      if (s1 & 1) {
+         cpuRelax();
+         continue;
+      }
+      uint32_t live = loadRelaxed(s->live);
+      copyFromShared(out, m.slotData(i), Bytes);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(s->seq) != s1) continue;
+      seq = s1;
+      if (live > 1) return ReadStatus::corrupt;
+      return live ? ReadStatus::found : ReadStatus::absent;
+   }
+   return ReadStatus::stuck;
+}
+
+// The lookup, compiled for one record and key type so that hashing,
+// comparing and copying are inline and of fixed size.
+template <std::size_t Bytes, class Key, class Hash>
+ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out, uint32_t& slotOut,
+                       uint32_t& seqOut) {
+   const uint32_t hash = hashOf(key);
+   const uint32_t tag = bucketTag(hash);
+   for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
+      const uint32_t epoch = loadAcquire(m.header->indexEpoch);
+      const uint32_t* index = m.index[epoch & 1];
+      ReadStatus result = ReadStatus::absent;
+      for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
+         const uint32_t b = loadAcquire(index[(hash + probe) & m.bucketMask]);
+         if (b == kBucketEmpty) break;
+         if ((b >> 16) != tag || (b & 0xffff) == kBucketTombstone) continue;
+         const uint32_t slot = bucketSlot(b);
+         if (slot >= m.capacity) return ReadStatus::corrupt;
+         ReadStatus r = readSlotBytes<Bytes>(m, slot, out, seqOut);
+         if (r == ReadStatus::found && std::memcmp(out, &key, sizeof(Key)) == 0) {
+            slotOut = slot;
+            result = ReadStatus::found;
+            break;
+         }
+         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
+      }
+      // A rebuild flipped the index under us: what we saw may be stale.
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(m.header->indexEpoch) == epoch) return result;
+   }
+   return ReadStatus::stuck;
+}
+
 class CollectionReader {
  public:
-   explicit CollectionReader(const CollectionMap& m) : m_(m) {}
+   explicit CollectionReader(const CollectionMap& m) : m_(m), validated_(m.capacity, 0) {}
+
+   // Whether the record version (slot, seq) was already found valid, so a
+   // warm lookup validates each version once. A reader-private cache.
+   bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq; }
+   void markValidated(uint32_t slot, uint32_t seq) const noexcept { validated_[slot] = seq; }
 
    // Copies the record of key into out (recordSize bytes) when found.
    ReadStatus lookup(const void* key, void* out) const;
@@ -66,11 +132,16 @@ class CollectionReader {
 
  private:
    CollectionMap m_;
+   mutable std::vector<uint32_t> validated_; // per slot: seq of the version checked (0: none)
 };
+
+class WakeServer;
 
 class CollectionWriter {
  public:
-   CollectionWriter(const CollectionMap& m, std::function<void()> changed);
+   explicit CollectionWriter(const CollectionMap& m);
+   // Readers to wake after each change (none until the writer listens).
+   void wakeIs(WakeServer* w) noexcept { wake_ = w; }
 
    // A new segment: everything empty.
    void initialize();
@@ -87,6 +158,32 @@ class CollectionWriter {
    // A change entry for key without changing it.
    void notify(const void* key);
 
+   // upsert() compiled for one record type: inline hash, compare and copy.
+   template <class R, class Key, class Hash>
+   bool upsertTyped(const R& r, const Key& key, Hash hashOf) {
+      const uint32_t hash = hashOf(key);
+      const uint32_t* index = m_.index[m_.header->indexEpoch & 1];
+      const uint32_t tag = bucketTag(hash);
+      uint32_t firstFree = UINT32_MAX;
+      for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
+         const uint32_t pos = (hash + probe) & m_.bucketMask;
+         const uint32_t b = index[pos];
+         if (b == kBucketEmpty) return insertAt(&r, hash, firstFree != UINT32_MAX ? firstFree : pos);
+         if ((b & 0xffff) == kBucketTombstone) {
+            if (firstFree == UINT32_MAX) firstFree = pos;
+            continue;
+         }
+         if ((b >> 16) != tag) continue;
+         const uint32_t slot = bucketSlot(b);
+         if (std::memcmp(m_.slotData(slot), &key, sizeof(Key)) != 0) continue;
+         if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
+         writeSlotBytes<sizeof(R)>(slot, &r);
+         enqueue(slot, &key);
+         return true;
+      }
+      return insertAt(&r, hash, firstFree);
+   }
+
    // The writer reads its own records directly.
    const void* find(const void* key) const;
    uint32_t size() const noexcept { return size_; }
@@ -101,11 +198,23 @@ class CollectionWriter {
  private:
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
    void writeSlot(uint32_t slot, const void* record, uint32_t live);
+   // A live record rewritten in place.
+   template <std::size_t Bytes>
+   void writeSlotBytes(uint32_t slot, const void* record) {
+      SlotHeader* s = m_.slot(slot);
+      const uint32_t writing = (s->seq + 1) | 1;
+      storeRelaxed(s->seq, writing);
+      std::atomic_thread_fence(std::memory_order_release);
+      copyToShared(m_.slotData(slot), record, Bytes);
+      storeRelease(s->seq, writing + 1);
+   }
+   // A new key: takes a free slot and publishes it at bucket.
+   bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
    void enqueue(uint32_t slot, const void* key);
    void rebuildIndex();
 
    CollectionMap m_;
-   std::function<void()> changed_;
+   WakeServer* wake_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
    uint32_t size_ = 0;
    uint32_t tombstones_ = 0;

@@ -33,8 +33,8 @@ TableSpec spec() { return {"Pond::Test::ItemTable", {Record<Item>::spec("item", 
          uint32_t key = keyOf<Item>(k);
          auto f = MapReader<Item>(reader->collection(0)).find(key);
          if (f.status == ReadStatus::found) {
-            if (!f.value.whole()) torn = true;
-            known[key] = f.value.version();
+            if (!f->whole()) torn = true;
+            known[key] = f->version();
             if (key == kDone) done = true;
          } else if (f.status == ReadStatus::absent) {
             known.erase(key);

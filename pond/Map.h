@@ -4,6 +4,8 @@
 #include "gant/Codec.h"
 #include "pond/Table.h"
 
+#include <bit>
+#include <new>
 #include <cstring>
 #include <optional>
 #include <type_traits>
@@ -48,7 +50,10 @@ class MapWriter {
    explicit MapWriter(CollectionWriter& c) : c_(c) {}
 
    // Insert or replace; false when the stored record is identical.
-   bool set(const R& r) { return c_.upsert(&r); }
+   bool set(const R& r) {
+      const Key& k = r.key();
+      return c_.upsertTyped(r, k, [](const Key& key) { return Gant::hashOf(key); });
+   }
    bool del(const Key& k) { return c_.remove(&k); }
    void delAll() { c_.removeAll(); }
    void notify(const Key& k) { c_.notify(&k); }
@@ -80,11 +85,34 @@ class MapWriter {
    bool open_ = false;
 };
 
+// A lookup's outcome: the record when found. The record is copied straight
+// from shared memory into this storage (records are trivially copyable, so
+// the copy creates the object), never default-built first.
 template <class R>
-struct Found {
+class Found {
+ public:
+   Found() = default;
+   Found(ReadStatus s, const R& r) : status(s) { std::memcpy(storage_, &r, sizeof(R)); }
+   Found(const Found& o) : status(o.status) {
+      if (o) std::memcpy(storage_, o.storage_, sizeof(R));
+   }
+   Found& operator=(const Found& o) {
+      status = o.status;
+      if (o) std::memcpy(storage_, o.storage_, sizeof(R));
+      return *this;
+   }
+
    ReadStatus status = ReadStatus::absent;
-   R value{};
    explicit operator bool() const noexcept { return status == ReadStatus::found; }
+   const R& operator*() const {
+      GANT_ASSERT(status == ReadStatus::found);
+      return *std::launder(reinterpret_cast<const R*>(storage_));
+   }
+   const R* operator->() const { return &**this; }
+   void* storage() noexcept { return storage_; }
+
+ private:
+   alignas(R) unsigned char storage_[sizeof(R)];
 };
 
 template <class R>
@@ -94,12 +122,18 @@ class MapReader {
    explicit MapReader(const CollectionReader& c) : c_(c) {}
    Found<R> find(const Key& k) const {
       Found<R> f;
-      f.status = c_.lookup(&k, &f.value);
+      uint32_t slot = 0, seq = 0;
+      f.status = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
+                                        f.storage(), slot, seq);
+      if (f.status != ReadStatus::found) return f;
       // Bytes from another process: a record that breaks its own type's
-      // rules is reported, never handed out.
-      if (f.status == ReadStatus::found && !Gant::validValue(f.value)) {
-         f.status = ReadStatus::corrupt;
-         f.value = R{};
+      // rules is reported, never handed out. Each version is checked once.
+      if (!c_.validated(slot, seq)) {
+         if (!Gant::validValue(*f)) {
+            f.status = ReadStatus::corrupt;
+            return f;
+         }
+         c_.markValidated(slot, seq);
       }
       return f;
    }

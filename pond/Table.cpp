@@ -47,9 +47,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, st
    }
    for (uint32_t i = 0; i < layout.collectionCount; ++i) {
       CollectionMap m = CollectionMap::bind(segment_.base(), layout, i, codecs[i].hash);
-      collections_.push_back(std::make_unique<CollectionWriter>(m, [this] {
-         if (wake_) wake_->changed();
-      }));
+      collections_.push_back(std::make_unique<CollectionWriter>(m));
       if (created) {
          collections_.back()->initialize();
       } else {
@@ -65,6 +63,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, st
       socketPath_ = wakeSocketPath(options.socketDir, name);
       wake_ = std::make_unique<WakeServer>(socketPath_, options.mode, *loop,
                                            [h] { return loadAcquire(h->changes); });
+      for (auto& c : collections_) c->wakeIs(wake_.get());
    }
 }
 

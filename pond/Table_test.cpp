@@ -49,7 +49,7 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    MapReader<Item> view(reader.collection(0));
    auto one = view.find(1);
    ASSERT_TRUE(one);
-   EXPECT_EQ(one.value, Item::make(1, 2));
+   EXPECT_EQ(*one, Item::make(1, 2));
    EXPECT_EQ(view.find(2).status, ReadStatus::absent);
    EXPECT_EQ(view.size(), 1u);
    EXPECT_TRUE(rec.corrupt.empty());
@@ -164,9 +164,10 @@ TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
       auto f = view.find(k);
       EXPECT_NE(f.status, ReadStatus::found) << "garbage never reads as a record";
    }
-   // Then the header too.
+   // Then the header too: lookups keep to the reader's own bounds, and the
+   // next poll reports the damage.
    std::memset(bytes, 0xa5, sizeof(SegmentHeader));
-   EXPECT_EQ(view.find(1).status, ReadStatus::corrupt);
+   EXPECT_NE(view.find(1).status, ReadStatus::found);
    reader.poll();
    EXPECT_FALSE(rec.corrupt.empty());
    ::munmap(p, writer.segmentSize());

@@ -22,6 +22,7 @@ inline void copyFromShared(void* dst, const void* src, std::size_t bytes) {
    auto* s = static_cast<Word*>(const_cast<void*>(src));
    auto* d = static_cast<unsigned char*>(dst);
    const std::size_t words = bytes / kWordSize;
+#pragma GCC unroll 64
    for (std::size_t i = 0; i < words; ++i) {
       Word w = std::atomic_ref<Word>(s[i]).load(std::memory_order_relaxed);
       std::memcpy(d + i * kWordSize, &w, kWordSize);
@@ -37,6 +38,7 @@ inline void copyToShared(void* dst, const void* src, std::size_t bytes) {
    auto* d = static_cast<Word*>(dst);
    auto* s = static_cast<const unsigned char*>(src);
    const std::size_t words = bytes / kWordSize;
+#pragma GCC unroll 64
    for (std::size_t i = 0; i < words; ++i) {
       Word w;
       std::memcpy(&w, s + i * kWordSize, kWordSize);

@@ -57,9 +57,9 @@ TEST(ShmRouteTable, ProducerWritesAgentsReadThroughEntities) {
    EXPECT_EQ(seen.routes, (std::vector<IpGenRouteKey>{sg(1), sg(1)}));
    auto got = agent->route(sg(1));
    ASSERT_TRUE(got);
-   EXPECT_EQ(got.value.version(), 2u);
-   EXPECT_EQ(got.value.iif(), Pakto::IntfId("Ethernet1"));
-   EXPECT_EQ(agent->oifIndexIntf(OifIndex(5)).value.intf(), Pakto::IntfId("Ethernet5"));
+   EXPECT_EQ(got->version(), 2u);
+   EXPECT_EQ(got->iif(), Pakto::IntfId("Ethernet1"));
+   EXPECT_EQ(agent->oifIndexIntf(OifIndex(5))->intf(), Pakto::IntfId("Ethernet5"));
    EXPECT_EQ(agent->routeSize(), 1u);
    EXPECT_THROW(agent->routeIs(r), Gant::UnsupportedOperation) << "readers never write";
 

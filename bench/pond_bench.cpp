@@ -1,0 +1,225 @@
+// The shared-memory tables beside in-process baselines, in one run:
+// lookups and writes against std::unordered_map, notification latency
+// against a raw eventfd wake-up between the same two processes, wake-ups per
+// burst, the cost of reacting to K changes, and the segment's size.
+#include "loop/EpollLoop.h"
+#include "pond/testlib/Fixture.h"
+#include "shmfib/RouteTable.h"
+
+#include <benchmark/benchmark.h>
+
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <unordered_map>
+
+namespace {
+
+using Pond::Multicast::Fib::Route;
+using Routing::Multicast::Fib::IpGenRouteKey;
+
+constexpr uint32_t kRoutes = 12000;
+
+IpGenRouteKey routeKey(uint32_t i) {
+   return Routing::Multicast::Fib::makeRouteKeyMroute(
+       Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000u + i * 7919u % 0xffffffu), 32),
+       Pakto::Prefix(Pakto::IpAddr::fromHost(0xef000000u + i % 251u), 32));
+}
+
+Route route(uint32_t i, uint32_t version) {
+   Route r(routeKey(i));
+   r.iifIs(Pakto::IntfId("Ethernet1"));
+   r.oifIs(i % 512, true);
+   r.maxOifIndexIs(511);
+   r.versionIs(version);
+   return r;
+}
+
+// A writer entity and a reader entity of one 12000-route table.
+struct RouteTables {
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   std::string path = "routing/multicast/routestatus/default/bench";
+   Gant::Ptr<Pond::Multicast::Fib::Status> writer = Pond::Multicast::Fib::statusFactory("bench");
+   Gant::Ptr<Pond::Multicast::Fib::Status> reader = Pond::Multicast::Fib::statusFactory("bench");
+   RouteTables() {
+      writer->openWriter(path, &loop, options);
+      for (uint32_t i = 0; i < kRoutes; ++i) writer->routeIs(route(i, 1));
+      reader->openReader(path, loop, options);
+      loop.runUntil([&] { return reader->tableReady(); }, 5);
+   }
+   ~RouteTables() { writer->tableWriter()->unlink(); }
+};
+
+using Map = std::unordered_map<IpGenRouteKey, Route, Gant::Hash<IpGenRouteKey>>;
+
+Map mapOfRoutes() {
+   Map m;
+   m.reserve(kRoutes);
+   for (uint32_t i = 0; i < kRoutes; ++i) m.emplace(routeKey(i), route(i, 1));
+   return m;
+}
+
+std::vector<IpGenRouteKey> probeKeys(bool present) {
+   std::vector<IpGenRouteKey> v;
+   std::mt19937 rng(7);
+   for (int i = 0; i < 4096; ++i) v.push_back(routeKey(present ? rng() % kRoutes : kRoutes + rng() % kRoutes));
+   return v;
+}
+
+void BM_LookupHit_UnorderedMap(benchmark::State& state) {
+   Map m = mapOfRoutes();
+   auto keys = probeKeys(true);
+   std::size_t i = 0;
+   for (auto _ : state) {
+      auto it = m.find(keys[i++ & 4095]);
+      Route copy = it->second;
+      benchmark::DoNotOptimize(copy);
+   }
+}
+BENCHMARK(BM_LookupHit_UnorderedMap);
+
+void BM_LookupHit_SharedTable(benchmark::State& state) {
+   RouteTables t;
+   auto keys = probeKeys(true);
+   std::size_t i = 0;
+   for (auto _ : state) {
+      auto f = t.reader->route(keys[i++ & 4095]);
+      benchmark::DoNotOptimize(f);
+   }
+}
+BENCHMARK(BM_LookupHit_SharedTable);
+
+void BM_LookupMiss_UnorderedMap(benchmark::State& state) {
+   Map m = mapOfRoutes();
+   auto keys = probeKeys(false);
+   std::size_t i = 0;
+   for (auto _ : state) benchmark::DoNotOptimize(m.find(keys[i++ & 4095]) == m.end());
+}
+BENCHMARK(BM_LookupMiss_UnorderedMap);
+
+void BM_LookupMiss_SharedTable(benchmark::State& state) {
+   RouteTables t;
+   auto keys = probeKeys(false);
+   std::size_t i = 0;
+   for (auto _ : state) benchmark::DoNotOptimize(t.reader->route(keys[i++ & 4095]).status);
+}
+BENCHMARK(BM_LookupMiss_SharedTable);
+
+void BM_Write_UnorderedMap(benchmark::State& state) {
+   Map m = mapOfRoutes();
+   std::vector<Route> routes;
+   for (uint32_t i = 0; i < 4096; ++i) routes.push_back(route(i * 2 % kRoutes, 2));
+   uint32_t i = 0, version = 2;
+   for (auto _ : state) {
+      Route& r = routes[i++ & 4095];
+      r.versionIs(++version);
+      m[r.key()] = r;
+   }
+}
+BENCHMARK(BM_Write_UnorderedMap);
+
+// Insert-or-replace with its sequence, change entry and (no) wake-up.
+void BM_Write_SharedTable(benchmark::State& state) {
+   RouteTables t;
+   std::vector<Route> routes;
+   for (uint32_t i = 0; i < 4096; ++i) routes.push_back(route(i * 2 % kRoutes, 2));
+   uint32_t i = 0, version = 2;
+   for (auto _ : state) {
+      Route& r = routes[i++ & 4095];
+      r.versionIs(++version);
+      t.writer->routeIs(r);
+   }
+}
+BENCHMARK(BM_Write_SharedTable);
+
+// Reacting to K changed keys: one poll after K writes (queue long enough).
+void BM_React(benchmark::State& state) {
+   const auto k = static_cast<uint32_t>(state.range(0));
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 16384, 16384)}};
+   Pond::TableWriter writer("bench/react", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
+   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
+   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
+   struct Count : Pond::TableHandler {
+      uint64_t n = 0;
+      void onChange(std::size_t, const void*) override { ++n; }
+   } count;
+   Pond::TableReader reader("bench/react", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   uint32_t version = 1;
+   for (auto _ : state) {
+      state.PauseTiming();
+      ++version;
+      for (uint32_t i = 0; i < k; ++i) items.set(Pond::Test::Item::make(i, version));
+      state.ResumeTiming();
+      reader.poll();
+   }
+   state.counters["per_key_ns"] = benchmark::Counter(
+       double(k), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+   writer.unlink();
+}
+BENCHMARK(BM_React)->Arg(1)->Arg(100)->Arg(10000);
+
+// An overrun: more changes than the queue holds, so one pass over the table.
+void BM_OverrunResync(benchmark::State& state) {
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 12000, 1024)}};
+   Pond::TableWriter writer("bench/overrun", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
+   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
+   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
+   struct Count : Pond::TableHandler {
+      void onChange(std::size_t, const void*) override {}
+   } count;
+   Pond::TableReader reader("bench/overrun", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   uint32_t version = 1;
+   for (auto _ : state) {
+      state.PauseTiming();
+      ++version;
+      for (uint32_t i = 0; i < 2000; ++i) items.set(Pond::Test::Item::make(i, version));
+      state.ResumeTiming();
+      reader.poll();
+   }
+   state.counters["resyncs"] = double(reader.resyncs());
+   writer.unlink();
+}
+BENCHMARK(BM_OverrunResync);
+
+// One pass over the table's slots, for comparison with the resync above.
+void BM_FullPass(benchmark::State& state) {
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 12000, 1024)}};
+   Pond::TableWriter writer("bench/pass", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
+   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
+   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
+   struct Count : Pond::TableHandler {
+   } count;
+   Pond::TableReader reader("bench/pass", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   Pond::Test::Item item;
+   for (auto _ : state) {
+      for (uint32_t i = 0; i < 12000; ++i) benchmark::DoNotOptimize(reader.collection(0).readSlot(i, &item));
+   }
+   writer.unlink();
+}
+BENCHMARK(BM_FullPass);
+
+void BM_SegmentSize(benchmark::State& state) {
+   Pond::TableSpec spec = Pond::Multicast::Fib::TableInfo::mfibMountInfo();
+   for (auto _ : state) benchmark::DoNotOptimize(Pond::layoutFor(spec));
+   const double records = 12000.0 * sizeof(Route) + 1024.0 * sizeof(Pond::Multicast::Fib::OifIndexIntf);
+   state.counters["segment_bytes"] = double(Pond::layoutFor(spec).segmentSize);
+   state.counters["ratio_to_records"] = double(Pond::layoutFor(spec).segmentSize) / records;
+}
+BENCHMARK(BM_SegmentSize);
+
+} // namespace
