@@ -12,15 +12,17 @@ static_assert(std::has_unique_object_representations_v<IpGenRouteKey>,
               "hashing reads the key's bytes: no padding allowed");
 
 // Five 64-bit words (family and length of s, s's address, the same for g)
-// folded by multiply-xorshift. Equal keys have equal bytes, so this agrees
-// with ==; the result is the same on 32- and 64-bit builds.
+// multiplied in pairs, in parallel, and folded: a short dependency chain,
+// since every lookup starts here. The fold brings the products' well-mixed
+// high bits down to the bits that pick the bucket. Equal keys have equal
+// bytes, so this agrees with ==; it is the same on 32- and 64-bit builds.
 inline uint32_t IpGenRouteKey::gantHash() const {
    uint64_t w[5];
    std::memcpy(w, this, sizeof w);
-   constexpr uint64_t k = 0x9e3779b97f4a7c15ull;
-   uint64_t h = (w[0] ^ (w[1] * k)) * k;
-   h = (h ^ w[2] ^ (w[3] * k)) * k;
-   h = (h ^ w[4]) * k;
+   uint64_t h = (w[0] ^ 0x9e3779b97f4a7c15ull) * (w[1] ^ 0xbf58476d1ce4e5b9ull) +
+                (w[2] ^ 0x94d049bb133111ebull) * (w[3] ^ 0x2545f4914f6cdd1dull) +
+                (w[4] ^ 0xd6e8feb86659fd93ull) * 0x9e3779b97f4a7c15ull;
+   h ^= h >> 29;
    return static_cast<uint32_t>(h >> 32) ^ static_cast<uint32_t>(h);
 }
 

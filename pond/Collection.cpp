@@ -174,6 +174,8 @@ void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t liv
    storeRelease(s->seq, writing + 1);
 }
 
+void CollectionWriter::wakeReaders() { wake_->changed(); }
+
 void CollectionWriter::enqueue(uint32_t slot, const void* key) {
    CollectionHeader* h = m_.header;
    uint32_t sequence = h->queueHead;
@@ -188,7 +190,7 @@ void CollectionWriter::enqueue(uint32_t slot, const void* key) {
    storeRelease(e->lock, writing + 1);
    storeRelease(h->queueHead, sequence + 1);
    storeRelease(m_.segment->changes, m_.segment->changes + 1);
-   if (wake_) wake_->changed();
+   if (armed_ && *armed_) wakeReaders();
 }
 
 bool CollectionWriter::upsert(const void* record) {

@@ -99,6 +99,9 @@ ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void
          if ((b >> 16) != tag || (b & 0xffff) == kBucketTombstone) continue;
          const uint32_t slot = bucketSlot(b);
          if (slot >= m.capacity) return ReadStatus::corrupt;
+         // Ask for the slot's later lines now, so they arrive with the first.
+         for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
+            __builtin_prefetch(reinterpret_cast<const char*>(m.slot(slot)) + line);
          ReadStatus r = readSlotBytes<Bytes>(m, slot, out, seqOut);
          if (r == ReadStatus::found && std::memcmp(out, &key, sizeof(Key)) == 0) {
             slotOut = slot;
@@ -140,8 +143,12 @@ class WakeServer;
 class CollectionWriter {
  public:
    explicit CollectionWriter(const CollectionMap& m);
-   // Readers to wake after each change (none until the writer listens).
-   void wakeIs(WakeServer* w) noexcept { wake_ = w; }
+   // Readers to wake after each change (none until the writer listens);
+   // armed counts the readers waiting for a wake-up.
+   void wakeIs(WakeServer* w, const uint32_t* armed) noexcept {
+      wake_ = w;
+      armed_ = armed;
+   }
 
    // A new segment: everything empty.
    void initialize();
@@ -178,7 +185,7 @@ class CollectionWriter {
          if (std::memcmp(m_.slotData(slot), &key, sizeof(Key)) != 0) continue;
          if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
          writeSlotBytes<sizeof(R)>(slot, &r);
-         enqueue(slot, &key);
+         enqueueBytes<sizeof(Key)>(slot, &key);
          return true;
       }
       return insertAt(&r, hash, firstFree);
@@ -208,6 +215,25 @@ class CollectionWriter {
       copyToShared(m_.slotData(slot), record, Bytes);
       storeRelease(s->seq, writing + 1);
    }
+   // A change entry, with the key's size known at compile time.
+   template <std::size_t KeyBytes>
+   void enqueueBytes(uint32_t slot, const void* key) {
+      CollectionHeader* h = m_.header;
+      const uint32_t sequence = h->queueHead;
+      QueueEntryHeader* e = m_.entry(sequence);
+      const uint32_t writing = (e->lock + 1) | 1;
+      storeRelaxed(e->lock, writing);
+      std::atomic_thread_fence(std::memory_order_release);
+      storeRelaxed(e->sequence, sequence);
+      storeRelaxed(e->slot, slot);
+      storeRelaxed(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
+      copyToShared(m_.entryKey(e), key, KeyBytes);
+      storeRelease(e->lock, writing + 1);
+      storeRelease(h->queueHead, sequence + 1);
+      storeRelease(m_.segment->changes, m_.segment->changes + 1);
+      if (armed_ && *armed_) wakeReaders();
+   }
+   void wakeReaders();
    // A new key: takes a free slot and publishes it at bucket.
    bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
    void enqueue(uint32_t slot, const void* key);
@@ -215,6 +241,7 @@ class CollectionWriter {
 
    CollectionMap m_;
    WakeServer* wake_ = nullptr;
+   const uint32_t* armed_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
    uint32_t size_ = 0;
    uint32_t tombstones_ = 0;

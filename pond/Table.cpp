@@ -63,7 +63,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, st
       socketPath_ = wakeSocketPath(options.socketDir, name);
       wake_ = std::make_unique<WakeServer>(socketPath_, options.mode, *loop,
                                            [h] { return loadAcquire(h->changes); });
-      for (auto& c : collections_) c->wakeIs(wake_.get());
+      for (auto& c : collections_) c->wakeIs(wake_.get(), wake_->armedCount());
    }
 }
 

@@ -81,7 +81,7 @@ class TableReader {
 
    bool mounted() const noexcept { return segment_.base() != nullptr; }
    bool ready() const noexcept { return ready_; }
-   const CollectionReader& collection(std::size_t i) const { return readers_.at(i); }
+   const CollectionReader& collection(std::size_t i) const { return readers_[i]; }
    // Delivers the changes waiting now (wake-ups do this by themselves).
    void poll();
    uint64_t wakeups() const noexcept { return wake_.wakeups(); }

@@ -22,10 +22,6 @@ Pond::CollectionWriter& TableEntity::collectionWriter(std::size_t c) {
    return writer_->collection(c);
 }
 
-const Pond::CollectionReader& TableEntity::collectionReader(std::size_t c) const {
-   return reader_->collection(c);
-}
-
 void TableEntity::requireWriter() const {
    if (!writer_) throw Gant::UnsupportedOperation(std::string(typeName()) + " '" + name() +
                                                   "' is not open as its table's writer");

@@ -38,7 +38,7 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    virtual void tableStatusChanged() = 0;
 
    Pond::CollectionWriter& collectionWriter(std::size_t c);
-   const Pond::CollectionReader& collectionReader(std::size_t c) const;
+   const Pond::CollectionReader& collectionReader(std::size_t c) const { return reader_->collection(c); }
    // The text of the last corruption a reader met, or empty.
    const std::string& corruption() const noexcept { return corruption_; }
    // Refuses a write on a reader's side: readers never write.

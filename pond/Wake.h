@@ -34,6 +34,8 @@ class WakeServer {
       if (armed_) wakeArmed();
    }
    std::size_t readers() const noexcept { return conns_.size(); }
+   // How many readers wait for a wake-up: writers test it without a call.
+   const uint32_t* armedCount() const noexcept { return &armed_; }
 
  private:
    struct Conn {
