@@ -169,3 +169,49 @@ TEST(PondCrossProcess, AReaderKilledLeavesTheWriterUnaffected) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(PondCrossProcess, ABurstWakesASleepingReaderOnce) {
+   using namespace Pond;
+   using namespace Pond::Test;
+   Options options = uniqueOptions();
+   TableSpec spec = itemSpec(2048, 2048);
+   Loop::EpollLoop loop;
+   TableWriter writer("routing/multicast/routestatus/default/burst", spec, {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   int pipeFds[2];
+   ASSERT_EQ(::pipe(pipeFds), 0);
+   pid_t pid = ::fork();
+   if (pid == 0) {
+      struct Count : TableHandler {
+         uint64_t n = 0;
+         void onChange(std::size_t, const void*) override { ++n; }
+      } count;
+      Loop::EpollLoop readerLoop;
+      TableReader reader("routing/multicast/routestatus/default/burst", spec, {Record<Item>::codec()}, readerLoop,
+                         count, options);
+      readerLoop.runUntil([&] { return reader.ready(); }, 10);
+      uint64_t w0 = reader.wakeups(), b0 = reader.wakeBytes(), n0 = count.n;
+      readerLoop.runUntil([&] { return count.n - n0 >= 1000; }, 30);
+      uint64_t result[3] = {reader.wakeups() - w0, reader.wakeBytes() - b0, count.n - n0};
+      (void)!::write(pipeFds[1], result, sizeof result);
+      ::_exit(0);
+   }
+   loop.runUntil([&] { return writer.armedReaders() == 1; }, 10);
+   for (uint32_t k = 0; k < 1000; ++k) items.set(Item::make(k, 1)); // one burst: the loop does not turn
+   int status = 0;
+   while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.001);
+   uint64_t result[3] = {};
+   ASSERT_EQ(::read(pipeFds[0], result, sizeof result), ssize_t(sizeof result));
+   EXPECT_EQ(result[2], 1000u);
+   EXPECT_EQ(result[1], result[0]) << "one wake message per sleep, however many changes";
+   // Asleep at the start of the burst, and perhaps once more if it caught up
+   // with the burst half-way: never one wake-up per change.
+   EXPECT_LE(result[0], 2u);
+   ::close(pipeFds[0]);
+   ::close(pipeFds[1]);
+   writer.unlink();
+}
+
+} // namespace

@@ -41,6 +41,8 @@ class TableWriter {
    const std::string& segmentName() const noexcept { return segment_.name(); }
    std::size_t segmentSize() const noexcept { return segment_.size(); }
    std::size_t readers() const noexcept { return wake_ ? wake_->readers() : 0; }
+   // Readers asleep, waiting for the next change to wake them.
+   uint32_t armedReaders() const noexcept { return wake_ ? *wake_->armedCount() : 0; }
    // Removes the table's name; readers keep their mapping until they unmount.
    void unlink();
 
@@ -85,6 +87,7 @@ class TableReader {
    // Delivers the changes waiting now (wake-ups do this by themselves).
    void poll();
    uint64_t wakeups() const noexcept { return wake_.wakeups(); }
+   uint64_t wakeBytes() const noexcept { return wake_.wakeBytes(); }
    uint64_t resyncs() const noexcept { return resyncs_; }
 
  private:

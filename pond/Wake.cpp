@@ -135,6 +135,7 @@ void WakeClient::onReadable() {
       Sys::Result r = Sys::calls().recvfrom(fd_.get(), buf, sizeof buf, MSG_DONTWAIT, nullptr, nullptr);
       if (r.ok() && r.value > 0) {
          woken = true;
+         ++wakeBytes_;
          continue;
       }
       if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) break;

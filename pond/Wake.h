@@ -69,6 +69,9 @@ class WakeClient {
    // "I have seen every change up to count; wake me at the next."
    void ack(uint32_t count);
    uint64_t wakeups() const noexcept { return wakeups_; }
+   // Wake messages received; more than wakeups() would mean a burst cost a
+   // sleeping reader more than one.
+   uint64_t wakeBytes() const noexcept { return wakeBytes_; }
 
  private:
    void onReadable();
@@ -80,6 +83,7 @@ class WakeClient {
    Sys::Fd fd_;
    Loop::Watch watch_;
    uint64_t wakeups_ = 0;
+   uint64_t wakeBytes_ = 0;
 };
 
 } // namespace Pond

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the whole suite three ways: native x86_64, 32-bit x86, and
-# with AddressSanitizer + UndefinedBehaviorSanitizer. Fails loudly when any
-# build fails, any test fails, or a build runs no test.
+# with AddressSanitizer + UndefinedBehaviorSanitizer; then the shared-memory
+# tables' tests under ThreadSanitizer. Fails loudly when any build fails,
+# any test fails, or a build runs no test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -20,7 +21,7 @@ run() {
    cmake --build "$dir" -j"$jobs"
    echo "=== $name: test"
    local log=$dir/ctest.log rc=0
-   (cd "$dir" && ctest --output-on-failure -j"$jobs" --timeout 300) | tee "$log" || rc=$?
+   (cd "$dir" && ctest --output-on-failure -j"$jobs" --timeout 300 ${CTEST_ARGS:-}) | tee "$log" || rc=$?
    local total fails
    total=$(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\2/p' "$log" | tail -1)
    fails=$(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -1)
@@ -43,6 +44,8 @@ run native -DCMAKE_BUILD_TYPE=Release -DMCASTFIB_BENCH=ON
 run m32 -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-m32
 run asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
    "-DCMAKE_CXX_FLAGS=-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+# The concurrency code (shared-memory tables) also under ThreadSanitizer.
+CTEST_ARGS="-R ^Pond" run tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=-fsanitize=thread"
 
 printf '%s\n' "${summary[@]}"
 echo "$passed passed, $failed failed"
