@@ -40,3 +40,12 @@
 #include "mcastcommon/AppIntfs.h"
 #include "platform/AddressFamily.h"
 #include "platform/IntfBoundaryStatus.h"
+#include "fib/Counter.h"
+#include "fib/PimIntf.h"
+
+// Shared-memory tables and the shared-memory MFIB records
+#include "pond/Map.h"
+#include "pond/Table.h"
+#include "pond/TableEntity.h"
+#include "shmfib/Route.h"
+#include "shmfib/RouteTable.h"

@@ -14,6 +14,7 @@ StateModel mountStateModel(Hive::Tree& tree, Pakto::AddressFamily af) {
    m.sparseModeStatus = Hive::mountIs<SparseModeStatus>(tree, SparseModeStatus::mountPath(af));
    m.kernelMfib = Hive::mountIs<KernelMfib::StatusColl>(tree, KernelMfib::StatusColl::mountPath(af));
    m.appVrfIntfs = Hive::mountIs<McastCommon::AppVrfIntfs>(tree, McastCommon::AppVrfIntfs::mountPath(af));
+   m.pimIntfStatus = Hive::mountIs<PimIntf::Status>(tree, PimIntf::Status::mountPath(af));
    return m;
 }
 

@@ -4,6 +4,7 @@
 #include "fib/Config.h"
 #include "fib/HardwareStatus.h"
 #include "fib/KernelMfib.h"
+#include "fib/PimIntf.h"
 #include "fib/ProtocolStatus.h"
 #include "fib/Status.h"
 #include "hive/Tree.h"
@@ -22,6 +23,7 @@ struct StateModel {
    Gant::Ptr<SparseModeStatus> sparseModeStatus;
    Gant::Ptr<KernelMfib::StatusColl> kernelMfib;
    Gant::Ptr<McastCommon::AppVrfIntfs> appVrfIntfs;
+   Gant::Ptr<PimIntf::Status> pimIntfStatus;
 };
 
 // Mounts (or finds, when already there) every entity of one address family.

@@ -26,6 +26,7 @@ TEST(FibStateModel, AgentsFindEveryEntityByPath) {
    EXPECT_TRUE(v4->configHas("default"));
    EXPECT_NE(tree.lookup<Routing::Multicast::Pim::Status>("routing/multicast/pim/global/status"), nullptr);
    EXPECT_NE(tree.lookup<SparseModeStatus>("routing6/multicast/sparsemode/status"), nullptr);
+   EXPECT_NE(tree.lookup<PimIntf::Status>("routing/multicast/pimintf/status"), nullptr);
 }
 
 } // namespace

@@ -50,9 +50,9 @@ ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) c
          cpuRelax();
          continue;
       }
-      uint32_t live = loadRelaxed(s->live);
+      uint32_t live = loadGuarded(s->live);
       copyFromShared(out, m_.slotData(i), m_.recordSize);
-      std::atomic_thread_fence(std::memory_order_acquire);
+      acquireFence();
       if (loadRelaxed(s->seq) != s1) continue;
       if (seqOut) *seqOut = s1;
       if (live > 1) return ReadStatus::corrupt;
@@ -82,7 +82,7 @@ ReadStatus CollectionReader::lookup(const void* key, void* out) const {
          if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
       }
       // A rebuild flipped the index under us: what we saw may be stale.
-      std::atomic_thread_fence(std::memory_order_acquire);
+      acquireFence();
       if (loadRelaxed(m_.header->indexEpoch) == epoch) return result;
    }
    return ReadStatus::stuck;
@@ -168,8 +168,8 @@ void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t liv
    // Odd while writing, whatever a dead writer left behind.
    const uint32_t writing = (s->seq + 1) | 1;
    storeRelaxed(s->seq, writing);
-   std::atomic_thread_fence(std::memory_order_release);
-   storeRelaxed(s->live, live);
+   releaseFence();
+   storeGuarded(s->live, live);
    if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
    storeRelease(s->seq, writing + 1);
 }
@@ -182,10 +182,10 @@ void CollectionWriter::enqueue(uint32_t slot, const void* key) {
    QueueEntryHeader* e = m_.entry(sequence);
    const uint32_t writing = (e->lock + 1) | 1;
    storeRelaxed(e->lock, writing);
-   std::atomic_thread_fence(std::memory_order_release);
-   storeRelaxed(e->sequence, sequence);
-   storeRelaxed(e->slot, slot);
-   storeRelaxed(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
+   releaseFence();
+   storeGuarded(e->sequence, sequence);
+   storeGuarded(e->slot, slot);
+   storeGuarded(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
    copyToShared(m_.entryKey(e), key, m_.keySize);
    storeRelease(e->lock, writing + 1);
    storeRelease(h->queueHead, sequence + 1);

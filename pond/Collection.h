@@ -71,9 +71,9 @@ inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, u
          cpuRelax();
          continue;
       }
-      uint32_t live = loadRelaxed(s->live);
+      uint32_t live = loadGuarded(s->live);
       copyFromShared(out, m.slotData(i), Bytes);
-      std::atomic_thread_fence(std::memory_order_acquire);
+      acquireFence();
       if (loadRelaxed(s->seq) != s1) continue;
       seq = s1;
       if (live > 1) return ReadStatus::corrupt;
@@ -111,7 +111,7 @@ ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void
          if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
       }
       // A rebuild flipped the index under us: what we saw may be stale.
-      std::atomic_thread_fence(std::memory_order_acquire);
+      acquireFence();
       if (loadRelaxed(m.header->indexEpoch) == epoch) return result;
    }
    return ReadStatus::stuck;
@@ -211,7 +211,7 @@ class CollectionWriter {
       SlotHeader* s = m_.slot(slot);
       const uint32_t writing = (s->seq + 1) | 1;
       storeRelaxed(s->seq, writing);
-      std::atomic_thread_fence(std::memory_order_release);
+      releaseFence();
       copyToShared(m_.slotData(slot), record, Bytes);
       storeRelease(s->seq, writing + 1);
    }
@@ -223,10 +223,10 @@ class CollectionWriter {
       QueueEntryHeader* e = m_.entry(sequence);
       const uint32_t writing = (e->lock + 1) | 1;
       storeRelaxed(e->lock, writing);
-      std::atomic_thread_fence(std::memory_order_release);
-      storeRelaxed(e->sequence, sequence);
-      storeRelaxed(e->slot, slot);
-      storeRelaxed(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
+      releaseFence();
+      storeGuarded(e->sequence, sequence);
+      storeGuarded(e->slot, slot);
+      storeGuarded(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
       copyToShared(m_.entryKey(e), key, KeyBytes);
       storeRelease(e->lock, writing + 1);
       storeRelease(h->queueHead, sequence + 1);

@@ -40,7 +40,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, st
       SegmentHeader init = layout;
       init.magic = 0; // written last: a reader that finds it finds a whole header
       std::memcpy(h, &init, sizeof init);
-      std::atomic_thread_fence(std::memory_order_release);
+      releaseFence();
       auto* w = reinterpret_cast<uint32_t*>(&h->magic);
       storeRelease(w[0], static_cast<uint32_t>(kMagic));
       storeRelease(w[1], static_cast<uint32_t>(kMagic >> 32));
@@ -183,11 +183,11 @@ void TableReader::drain(std::size_t c) {
    for (; cursor != head; ++cursor) {
       QueueEntryHeader* e = m.entry(cursor);
       uint32_t lock = loadAcquire(e->lock);
-      uint32_t sequence = loadRelaxed(e->sequence);
-      uint32_t slot = loadRelaxed(e->slot);
-      uint32_t slotSeq = loadRelaxed(e->slotSeq);
+      uint32_t sequence = loadGuarded(e->sequence);
+      uint32_t slot = loadGuarded(e->slot);
+      uint32_t slotSeq = loadGuarded(e->slotSeq);
       copyFromShared(key, m.entryKey(e), m.keySize);
-      std::atomic_thread_fence(std::memory_order_acquire);
+      acquireFence();
       if ((lock & 1) || loadRelaxed(e->lock) != lock || sequence != cursor) {
          // Overwritten while we were behind: one pass over the table instead.
          cursors_[c] = cursor;

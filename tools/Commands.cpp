@@ -1,5 +1,6 @@
 #include "tools/Commands.h"
 #include "tools/KeyCommand.h"
+#include "tools/RoutesCommand.h"
 
 #include "flashlog/Flashlog.h"
 #include "gant/Codec.h"
@@ -72,10 +73,13 @@ int demo(std::span<const std::string>, std::ostream& out) {
    step("prefix", {"239.1.1.0/24", "ff3e::8000:1/128", "10.0.0.1"});
    step("intf", {"Ethernet3", "Ethernet1/2/3", "Port-Channel10", "Vlan100"});
    step("types", {"RouteKey"});
+   step("routes", {});
    return 0;
 }
 
 const Command table[] = {
+    {"routes", "", "a producer process writes a shared-memory route table while a reader process follows it",
+     routesCommand},
     {"key", keyUsage, "build or parse a route key and show its kind, pretty text and text forms", keyCommand},
     {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties", prefix},
     {"intf", "NAME...", "encode interface names as interface ids", intf},
