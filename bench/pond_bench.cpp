@@ -138,78 +138,74 @@ void BM_Write_SharedTable(benchmark::State& state) {
 }
 BENCHMARK(BM_Write_SharedTable);
 
-// Reacting to K changed keys: one poll after K writes (queue long enough).
-void BM_React(benchmark::State& state) {
-   const auto k = static_cast<uint32_t>(state.range(0));
-   Loop::EpollLoop loop;
-   Pond::Options options = Pond::Test::uniqueOptions();
-   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 16384, 16384)}};
-   Pond::TableWriter writer("bench/react", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
-   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
-   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
+// A writer and an in-process reader (polled by hand) of an item table
+// filled with 12000 records.
+struct ItemTables {
    struct Count : Pond::TableHandler {
       uint64_t n = 0;
       void onChange(std::size_t, const void*) override { ++n; }
-   } count;
-   Pond::TableReader reader("bench/react", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
-   loop.runUntil([&] { return reader.ready(); }, 5);
+   };
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   Pond::TableSpec spec;
+   Pond::TableWriter writer;
+   Pond::MapWriter<Pond::Test::Item> items;
+   Count count;
+   Pond::TableReader reader;
    uint32_t version = 1;
+
+   ItemTables(const char* path, uint32_t capacity, uint32_t queueLength)
+       : spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", capacity, queueLength)}},
+         writer(path, spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options),
+         items((fill(), writer.collection(0))),
+         reader(path, spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options) {
+      loop.runUntil([&] { return reader.ready(); }, 5);
+   }
+   ~ItemTables() { writer.unlink(); }
+   void fill() {
+      Pond::MapWriter<Pond::Test::Item> w(writer.collection(0));
+      for (uint32_t i = 0; i < 12000; ++i) w.set(Pond::Test::Item::make(i, 1));
+   }
+   void change(uint32_t keys) {
+      ++version;
+      for (uint32_t i = 0; i < keys; ++i) items.set(Pond::Test::Item::make(i, version));
+   }
+};
+
+// Reacting to K changed keys: one poll after K writes (queue long enough).
+void BM_React(benchmark::State& state) {
+   const auto k = static_cast<uint32_t>(state.range(0));
+   ItemTables t("bench/react", 16384, 16384);
    for (auto _ : state) {
       state.PauseTiming();
-      ++version;
-      for (uint32_t i = 0; i < k; ++i) items.set(Pond::Test::Item::make(i, version));
+      t.change(k);
       state.ResumeTiming();
-      reader.poll();
+      t.reader.poll();
    }
    state.counters["per_key_ns"] = benchmark::Counter(
        double(k), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-   writer.unlink();
 }
 BENCHMARK(BM_React)->Arg(1)->Arg(100)->Arg(10000);
 
 // An overrun: more changes than the queue holds, so one pass over the table.
 void BM_OverrunResync(benchmark::State& state) {
-   Loop::EpollLoop loop;
-   Pond::Options options = Pond::Test::uniqueOptions();
-   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 12000, 1024)}};
-   Pond::TableWriter writer("bench/overrun", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
-   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
-   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
-   struct Count : Pond::TableHandler {
-      void onChange(std::size_t, const void*) override {}
-   } count;
-   Pond::TableReader reader("bench/overrun", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
-   loop.runUntil([&] { return reader.ready(); }, 5);
-   uint32_t version = 1;
+   ItemTables t("bench/overrun", 12000, 1024);
    for (auto _ : state) {
       state.PauseTiming();
-      ++version;
-      for (uint32_t i = 0; i < 2000; ++i) items.set(Pond::Test::Item::make(i, version));
+      t.change(2000);
       state.ResumeTiming();
-      reader.poll();
+      t.reader.poll();
    }
-   state.counters["resyncs"] = double(reader.resyncs());
-   writer.unlink();
+   state.counters["resyncs"] = double(t.reader.resyncs());
 }
 BENCHMARK(BM_OverrunResync);
 
-// One pass over the table's slots, for comparison with the resync above.
+// A bare pass over the same table's slots, for comparison with the resync.
 void BM_FullPass(benchmark::State& state) {
-   Loop::EpollLoop loop;
-   Pond::Options options = Pond::Test::uniqueOptions();
-   Pond::TableSpec spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", 12000, 1024)}};
-   Pond::TableWriter writer("bench/pass", spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options);
-   Pond::MapWriter<Pond::Test::Item> items(writer.collection(0));
-   for (uint32_t i = 0; i < 12000; ++i) items.set(Pond::Test::Item::make(i, 1));
-   struct Count : Pond::TableHandler {
-   } count;
-   Pond::TableReader reader("bench/pass", spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options);
-   loop.runUntil([&] { return reader.ready(); }, 5);
+   ItemTables t("bench/pass", 12000, 1024);
    Pond::Test::Item item;
-   for (auto _ : state) {
-      for (uint32_t i = 0; i < 12000; ++i) benchmark::DoNotOptimize(reader.collection(0).readSlot(i, &item));
-   }
-   writer.unlink();
+   for (auto _ : state)
+      for (uint32_t i = 0; i < 12000; ++i) benchmark::DoNotOptimize(t.reader.collection(0).readSlot(i, &item));
 }
 BENCHMARK(BM_FullPass);
 

@@ -43,49 +43,10 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
 // ---- reader ---------------------------------------------------------------
 
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
-   SlotHeader* s = m_.slot(i);
-   for (int spin = 0; spin < kMaxReadSpins; ++spin) {
-      uint32_t s1 = loadAcquire(s->seq);
-      if (s1 & 1) {
-         cpuRelax();
-         continue;
-      }
-      uint32_t live = loadGuarded(s->live);
-      copyFromShared(out, m_.slotData(i), m_.recordSize);
-      acquireFence();
-      if (loadRelaxed(s->seq) != s1) continue;
-      if (seqOut) *seqOut = s1;
-      if (live > 1) return ReadStatus::corrupt;
-      return live ? ReadStatus::found : ReadStatus::absent;
-   }
-   return ReadStatus::stuck;
-}
-
-ReadStatus CollectionReader::lookup(const void* key, void* out) const {
-   const uint32_t hash = m_.hashKey(key);
-   const uint32_t tag = bucketTag(hash);
-   for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
-      const uint32_t epoch = loadAcquire(m_.header->indexEpoch);
-      const uint32_t* index = m_.index[epoch & 1];
-      ReadStatus result = ReadStatus::absent;
-      for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
-         uint32_t b = loadAcquire(index[(hash + probe) & m_.bucketMask]);
-         if (b == kBucketEmpty) break;
-         if ((b & 0xffff) == kBucketTombstone || (b >> 16) != tag) continue;
-         uint32_t slot = bucketSlot(b);
-         if (slot >= m_.capacity) return ReadStatus::corrupt;
-         ReadStatus r = readSlot(slot, out);
-         if (r == ReadStatus::found && std::memcmp(out, key, m_.keySize) == 0) {
-            result = ReadStatus::found;
-            break;
-         }
-         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
-      }
-      // A rebuild flipped the index under us: what we saw may be stale.
-      acquireFence();
-      if (loadRelaxed(m_.header->indexEpoch) == epoch) return result;
-   }
-   return ReadStatus::stuck;
+   uint32_t seq = 0;
+   ReadStatus r = readSlotInto(m_, i, out, m_.recordSize, seq);
+   if (seqOut) *seqOut = seq;
+   return r;
 }
 
 uint32_t CollectionReader::size() const { return loadAcquire(m_.header->size); }

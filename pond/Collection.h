@@ -62,8 +62,7 @@ inline void cpuRelax() {
 
 // Seqlock read of slot i's record into out (bytes bytes). found or absent
 // with the slot's seq, or stuck when the slot stayed mid-write.
-template <std::size_t Bytes>
-inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, uint32_t& seq) {
+inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq) {
    SlotHeader* s = m.slot(i);
    for (int spin = 0; spin < kMaxReadSpins; ++spin) {
       uint32_t s1 = loadAcquire(s->seq);
@@ -72,7 +71,7 @@ inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, u
          continue;
       }
       uint32_t live = loadGuarded(s->live);
-      copyFromShared(out, m.slotData(i), Bytes);
+      copyFromShared(out, m.slotData(i), bytes);
       acquireFence();
       if (loadRelaxed(s->seq) != s1) continue;
       seq = s1;
@@ -80,6 +79,12 @@ inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, u
       return live ? ReadStatus::found : ReadStatus::absent;
    }
    return ReadStatus::stuck;
+}
+
+// The same with the size known at compile time: the copy unrolls.
+template <std::size_t Bytes>
+inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, uint32_t& seq) {
+   return readSlotInto(m, i, out, Bytes, seq);
 }
 
 // The lookup, compiled for one record and key type so that hashing,
@@ -126,8 +131,6 @@ class CollectionReader {
    bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq; }
    void markValidated(uint32_t slot, uint32_t seq) const noexcept { validated_[slot] = seq; }
 
-   // Copies the record of key into out (recordSize bytes) when found.
-   ReadStatus lookup(const void* key, void* out) const;
    // Copies slot i when it holds a record (found), else absent.
    ReadStatus readSlot(uint32_t i, void* out, uint32_t* seq = nullptr) const;
    uint32_t size() const;
