@@ -141,6 +141,21 @@ TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
    writer.unlink();
 }
 
+TEST_F(PondTable, ATruncatedSegmentIsRefused) {
+   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
+   ASSERT_GE(fd, 0);
+   ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0);
+   ::close(fd);
+   Recorder rec;
+   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   settle();
+   EXPECT_FALSE(reader.mounted());
+   ASSERT_FALSE(rec.corrupt.empty());
+   EXPECT_NE(rec.corrupt[0].find("truncated"), std::string::npos) << rec.corrupt[0];
+   writer.unlink();
+}
+
 TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
    TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
