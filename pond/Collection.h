@@ -108,7 +108,7 @@ ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void
          for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
             __builtin_prefetch(reinterpret_cast<const char*>(m.slot(slot)) + line);
          ReadStatus r = readSlotBytes<Bytes>(m, slot, out, seqOut);
-         if (r == ReadStatus::found && std::memcmp(out, &key, sizeof(Key)) == 0) {
+         if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) {
             slotOut = slot;
             result = ReadStatus::found;
             break;
@@ -185,7 +185,7 @@ class CollectionWriter {
          }
          if ((b >> 16) != tag) continue;
          const uint32_t slot = bucketSlot(b);
-         if (std::memcmp(m_.slotData(slot), &key, sizeof(Key)) != 0) continue;
+         if (!equalBytes<sizeof(Key)>(m_.slotData(slot), &key)) continue;
          if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
          writeSlotBytes<sizeof(R)>(slot, &r);
          enqueueBytes<sizeof(Key)>(slot, &key);

@@ -84,6 +84,25 @@ inline uint32_t loadGuarded(const uint32_t& v) {
 }
 inline void storeGuarded(uint32_t& v, uint32_t x) { std::atomic_ref<uint32_t>(v).store(x, kGuardedStore); }
 
+// Byte equality of two private or writer-owned areas of a size known at
+// compile time, inline and branch-free (a libc memcmp call costs more than
+// the compare itself at these sizes).
+template <std::size_t Bytes>
+inline bool equalBytes(const void* a, const void* b) {
+   const auto* x = static_cast<const unsigned char*>(a);
+   const auto* y = static_cast<const unsigned char*>(b);
+   uint64_t diff = 0;
+#pragma GCC unroll 64
+   for (std::size_t i = 0; i + 8 <= Bytes; i += 8) {
+      uint64_t u, v;
+      std::memcpy(&u, x + i, 8);
+      std::memcpy(&v, y + i, 8);
+      diff |= u ^ v;
+   }
+   for (std::size_t i = Bytes / 8 * 8; i < Bytes; ++i) diff |= uint64_t(x[i] ^ y[i]);
+   return diff == 0;
+}
+
 // The segment's magic, read as two 32-bit words: a 64-bit atomic load is not
 // a plain load on 32-bit x86, and readers map the segment read-only.
 template <class H>
