@@ -137,22 +137,7 @@ void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t liv
 
 void CollectionWriter::wakeReaders() { wake_->changed(); }
 
-void CollectionWriter::enqueue(uint32_t slot, const void* key) {
-   CollectionHeader* h = m_.header;
-   uint32_t sequence = h->queueHead;
-   QueueEntryHeader* e = m_.entry(sequence);
-   const uint32_t writing = (e->lock + 1) | 1;
-   storeRelaxed(e->lock, writing);
-   releaseFence();
-   storeGuarded(e->sequence, sequence);
-   storeGuarded(e->slot, slot);
-   storeGuarded(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
-   copyToShared(m_.entryKey(e), key, m_.keySize);
-   storeRelease(e->lock, writing + 1);
-   storeRelease(h->queueHead, sequence + 1);
-   storeRelease(m_.segment->changes, m_.segment->changes + 1);
-   if (armed_ && *armed_) wakeReaders();
-}
+void CollectionWriter::enqueue(uint32_t slot, const void* key) { enqueueInto(slot, key, m_.keySize); }
 
 bool CollectionWriter::upsert(const void* record) {
    const uint32_t hash = m_.hashKey(record);

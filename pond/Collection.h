@@ -218,9 +218,9 @@ class CollectionWriter {
       copyToShared(m_.slotData(slot), record, Bytes);
       storeRelease(s->seq, writing + 1);
    }
-   // A change entry, with the key's size known at compile time.
-   template <std::size_t KeyBytes>
-   void enqueueBytes(uint32_t slot, const void* key) {
+   // A change entry; inline so that a key size known at compile time
+   // (enqueueBytes) makes the copy fixed and unrolled.
+   void enqueueInto(uint32_t slot, const void* key, std::size_t keyBytes) {
       CollectionHeader* h = m_.header;
       const uint32_t sequence = h->queueHead;
       QueueEntryHeader* e = m_.entry(sequence);
@@ -230,11 +230,15 @@ class CollectionWriter {
       storeGuarded(e->sequence, sequence);
       storeGuarded(e->slot, slot);
       storeGuarded(e->slotSeq, slot < m_.capacity ? m_.slot(slot)->seq : 0);
-      copyToShared(m_.entryKey(e), key, KeyBytes);
+      copyToShared(m_.entryKey(e), key, keyBytes);
       storeRelease(e->lock, writing + 1);
       storeRelease(h->queueHead, sequence + 1);
       storeRelease(m_.segment->changes, m_.segment->changes + 1);
       if (armed_ && *armed_) wakeReaders();
+   }
+   template <std::size_t KeyBytes>
+   void enqueueBytes(uint32_t slot, const void* key) {
+      enqueueInto(slot, key, KeyBytes);
    }
    void wakeReaders();
    // A new key: takes a free slot and publishes it at bucket.
