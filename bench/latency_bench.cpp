@@ -3,6 +3,7 @@
 // processes measured the same way (one-way, CLOCK_MONOTONIC, the receiver
 // asleep before each send).
 #include "loop/EpollLoop.h"
+#include "pond/testlib/Burst.h"
 #include "pond/testlib/Fixture.h"
 
 #include <benchmark/benchmark.h>
@@ -11,20 +12,21 @@
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <vector>
 
 namespace {
 
 constexpr int kSamples = 3000;
 
+// The monotonic clock: the same in both processes.
 uint64_t nowNs() {
-   timespec ts;
-   clock_gettime(CLOCK_MONOTONIC, &ts);
-   return uint64_t(ts.tv_sec) * 1000000000ull + uint64_t(ts.tv_nsec);
+   return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                       std::chrono::steady_clock::now().time_since_epoch())
+                       .count());
 }
 
 // Shared between the two processes: the send time of each sample and the
@@ -106,9 +108,9 @@ void BM_NotifyLatency_SharedTable(benchmark::State& state) {
    for (auto _ : state) {
       Shared* s = sharedBlock();
       Options options = uniqueOptions();
-      TableSpec spec = itemSpec(64);
+      TableShape shape = itemShape(64);
       Loop::EpollLoop loop;
-      TableWriter writer("bench/latency", spec, {Record<Item>::codec()}, &loop, options);
+      TableWriter writer("bench/latency", shape, {Record<Item>::codec()}, &loop, options);
       MapWriter<Item> items(writer.collection(0));
       pid_t pid = fork();
       if (pid == 0) {
@@ -123,7 +125,7 @@ void BM_NotifyLatency_SharedTable(benchmark::State& state) {
          } timer;
          timer.s = s;
          Loop::EpollLoop readerLoop;
-         TableReader reader("bench/latency", spec, {Record<Item>::codec()}, readerLoop, timer, options);
+         TableReader reader("bench/latency", shape, {Record<Item>::codec()}, readerLoop, timer, options);
          readerLoop.runUntil([&] { return timer.got == kSamples; }, 60);
          _exit(timer.got == kSamples ? 0 : 1);
       }
@@ -146,44 +148,12 @@ BENCHMARK(BM_NotifyLatency_SharedTable)->Iterations(1)->Unit(benchmark::kMicrose
 
 // A burst of 1000 changes while the reader sleeps: how many wake-ups it takes.
 void BM_BurstWakeups(benchmark::State& state) {
-   using namespace Pond;
-   using namespace Pond::Test;
    for (auto _ : state) {
-      Options options = uniqueOptions();
-      TableSpec spec = itemSpec(2048, 2048);
-      Loop::EpollLoop loop;
-      TableWriter writer("bench/burst", spec, {Record<Item>::codec()}, &loop, options);
-      MapWriter<Item> items(writer.collection(0));
-      struct Shared2 {
-         uint64_t wakeups, bytes, changes;
-      };
-      auto* out = static_cast<Shared2*>(
-          mmap(nullptr, sizeof(Shared2), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-      pid_t pid = fork();
-      if (pid == 0) {
-         struct Count : TableHandler {
-            uint64_t n = 0;
-            void onChange(std::size_t, const void*) override { ++n; }
-         } count;
-         Loop::EpollLoop readerLoop;
-         TableReader reader("bench/burst", spec, {Record<Item>::codec()}, readerLoop, count, options);
-         readerLoop.runUntil([&] { return reader.ready(); }, 10);
-         uint64_t before = reader.wakeups(), bytesBefore = reader.wakeBytes(), changesBefore = count.n;
-         readerLoop.runUntil([&] { return count.n - changesBefore >= 1000; }, 30);
-         out->wakeups = reader.wakeups() - before;
-         out->bytes = reader.wakeBytes() - bytesBefore;
-         out->changes = count.n - changesBefore;
-         _exit(0);
-      }
-      loop.runUntil([&] { return writer.armedReaders() == 1; }, 10);
-      for (uint32_t k = 0; k < 1000; ++k) items.set(Item::make(k, 1)); // one burst, no loop turn
-      int status = 0;
-      while (waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.001);
-      state.counters["changes"] = double(out->changes);
-      state.counters["wakeups"] = double(out->wakeups);
-      state.counters["wake_messages"] = double(out->bytes);
-      writer.unlink();
-      munmap(out, sizeof(Shared2));
+      const Pond::Test::BurstSeen seen = Pond::Test::burstIntoSleepingReader("bench/burst", 1000);
+      if (!seen.ok) state.SkipWithError("reader failed");
+      state.counters["changes"] = double(seen.changes);
+      state.counters["wakeups"] = double(seen.wakeups);
+      state.counters["wake_messages"] = double(seen.wakeMessages);
    }
 }
 BENCHMARK(BM_BurstWakeups)->Iterations(1)->Unit(benchmark::kMicrosecond);

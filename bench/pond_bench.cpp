@@ -147,7 +147,7 @@ struct ItemTables {
    };
    Loop::EpollLoop loop;
    Pond::Options options = Pond::Test::uniqueOptions();
-   Pond::TableSpec spec;
+   Pond::TableShape shape;
    Pond::TableWriter writer;
    Pond::MapWriter<Pond::Test::Item> items;
    Count count;
@@ -155,10 +155,10 @@ struct ItemTables {
    uint32_t version = 1;
 
    ItemTables(const char* path, uint32_t capacity, uint32_t queueLength)
-       : spec{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::spec("item", capacity, queueLength)}},
-         writer(path, spec, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options),
+       : shape{"Pond::Test::ItemTable", {Pond::Record<Pond::Test::Item>::shape("item", capacity, queueLength)}},
+         writer(path, shape, {Pond::Record<Pond::Test::Item>::codec()}, nullptr, options),
          items((fill(), writer.collection(0))),
-         reader(path, spec, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options) {
+         reader(path, shape, {Pond::Record<Pond::Test::Item>::codec()}, loop, count, options) {
       loop.runUntil([&] { return reader.ready(); }, 5);
    }
    ~ItemTables() { writer.unlink(); }
@@ -170,18 +170,22 @@ struct ItemTables {
       ++version;
       for (uint32_t i = 0; i < keys; ++i) items.set(Pond::Test::Item::make(i, version));
    }
+   // Times only the reader's poll after each round of `keys` changes.
+   void timePolls(benchmark::State& state, uint32_t keys) {
+      for (auto _ : state) {
+         state.PauseTiming();
+         change(keys);
+         state.ResumeTiming();
+         reader.poll();
+      }
+   }
 };
 
 // Reacting to K changed keys: one poll after K writes (queue long enough).
 void BM_React(benchmark::State& state) {
    const auto k = static_cast<uint32_t>(state.range(0));
    ItemTables t("bench/react", 16384, 16384);
-   for (auto _ : state) {
-      state.PauseTiming();
-      t.change(k);
-      state.ResumeTiming();
-      t.reader.poll();
-   }
+   t.timePolls(state, k);
    state.counters["per_key_ns"] = benchmark::Counter(
        double(k), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
@@ -190,12 +194,7 @@ BENCHMARK(BM_React)->Arg(1)->Arg(100)->Arg(10000);
 // An overrun: more changes than the queue holds, so one pass over the table.
 void BM_OverrunResync(benchmark::State& state) {
    ItemTables t("bench/overrun", 12000, 1024);
-   for (auto _ : state) {
-      state.PauseTiming();
-      t.change(2000);
-      state.ResumeTiming();
-      t.reader.poll();
-   }
+   t.timePolls(state, 2000);
    state.counters["resyncs"] = double(t.reader.resyncs());
 }
 BENCHMARK(BM_OverrunResync);
@@ -210,11 +209,11 @@ void BM_FullPass(benchmark::State& state) {
 BENCHMARK(BM_FullPass);
 
 void BM_SegmentSize(benchmark::State& state) {
-   Pond::TableSpec spec = Pond::Multicast::Fib::TableInfo::mfibMountInfo();
-   for (auto _ : state) benchmark::DoNotOptimize(Pond::layoutFor(spec));
+   Pond::TableShape shape = Pond::Multicast::Fib::TableInfo::mfibMountInfo();
+   for (auto _ : state) benchmark::DoNotOptimize(Pond::layoutFor(shape));
    const double records = 12000.0 * sizeof(Route) + 1024.0 * sizeof(Pond::Multicast::Fib::OifIndexIntf);
-   state.counters["segment_bytes"] = double(Pond::layoutFor(spec).segmentSize);
-   state.counters["ratio_to_records"] = double(Pond::layoutFor(spec).segmentSize) / records;
+   state.counters["segment_bytes"] = double(Pond::layoutFor(shape).segmentSize);
+   state.counters["ratio_to_records"] = double(Pond::layoutFor(shape).segmentSize) / records;
 }
 BENCHMARK(BM_SegmentSize);
 

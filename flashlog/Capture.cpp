@@ -13,7 +13,7 @@ std::vector<Capture*>& live() {
 }
 } // namespace
 
-Capture::Capture(std::string_view spec) : Capture(parseSpec(spec)) {}
+Capture::Capture(std::string_view levels) : Capture(parseLevels(levels)) {}
 
 Capture::Capture(std::vector<LevelSetting> settings)
     : settings_(std::move(settings)), savedDefault_(defaultLevel()) {

@@ -25,8 +25,8 @@ class Handle;
 
 class Capture {
  public:
-   // Applies `spec` as configure() does (Config.h).
-   explicit Capture(std::string_view spec);
+   // Applies `levels` as configure() does (Config.h).
+   explicit Capture(std::string_view levels);
    explicit Capture(std::vector<LevelSetting> settings);
    ~Capture();
    Capture(const Capture&) = delete;

@@ -14,7 +14,7 @@ std::string_view trim(std::string_view s) {
 }
 
 [[noreturn]] void refuse(std::string_view item, const char* why) {
-   throw Gant::ParseError("Flashlog spec item '" + std::string(item) + "': " + why);
+   throw Gant::ParseError("Flashlog level item '" + std::string(item) + "': " + why);
 }
 
 LevelSetting parseItem(std::string_view item) {
@@ -33,14 +33,14 @@ LevelSetting parseItem(std::string_view item) {
 
 } // namespace
 
-std::vector<LevelSetting> parseSpec(std::string_view spec) {
+std::vector<LevelSetting> parseLevels(std::string_view levels) {
    std::vector<LevelSetting> settings;
-   if (trim(spec).empty()) return settings;
+   if (trim(levels).empty()) return settings;
    for (;;) {
-      auto comma = spec.find(',');
-      settings.push_back(parseItem(spec.substr(0, comma)));
+      auto comma = levels.find(',');
+      settings.push_back(parseItem(levels.substr(0, comma)));
       if (comma == std::string_view::npos) break;
-      spec.remove_prefix(comma + 1);
+      levels.remove_prefix(comma + 1);
    }
    return settings;
 }
@@ -54,8 +54,8 @@ void apply(const std::vector<LevelSetting>& settings) {
    }
 }
 
-void configure(std::string_view spec) {
-   apply(parseSpec(spec));
+void configure(std::string_view levels) {
+   apply(parseLevels(levels));
 }
 
 } // namespace Flashlog

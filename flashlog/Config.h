@@ -4,7 +4,7 @@
 // Items apply left to right; "all" sets every handle, including those
 // created later. A level is 0..9 or "off". Blanks around names and levels
 // are ignored. The library reads no environment variable; its host decides
-// where a spec comes from.
+// where a levels comes from.
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,10 +18,10 @@ struct LevelSetting {
    bool operator==(const LevelSetting&) const = default;
 };
 
-// Throws Gant::ParseError naming the bad item; an empty spec is no settings.
-std::vector<LevelSetting> parseSpec(std::string_view spec);
+// Throws Gant::ParseError naming the bad item; an empty levels is no settings.
+std::vector<LevelSetting> parseLevels(std::string_view levels);
 void apply(const std::vector<LevelSetting>& settings);
-// Parses the whole spec before changing anything: a bad spec changes nothing.
-void configure(std::string_view spec);
+// Parses the whole levels before changing anything: a bad levels changes nothing.
+void configure(std::string_view levels);
 
 } // namespace Flashlog

@@ -11,33 +11,33 @@ namespace {
 using Settings = std::vector<Flashlog::LevelSetting>;
 
 TEST(FlashlogConfig, ParsesItemsInOrder) {
-   EXPECT_EQ(Flashlog::parseSpec("MrouteLib=9,MfibDirSm=5"),
+   EXPECT_EQ(Flashlog::parseLevels("MrouteLib=9,MfibDirSm=5"),
              (Settings{{"MrouteLib", 9}, {"MfibDirSm", 5}}));
-   EXPECT_EQ(Flashlog::parseSpec("all=9"), (Settings{{"all", 9}}));
-   EXPECT_EQ(Flashlog::parseSpec(" all = 0 , Mroute::MrtPam=off"),
+   EXPECT_EQ(Flashlog::parseLevels("all=9"), (Settings{{"all", 9}}));
+   EXPECT_EQ(Flashlog::parseLevels(" all = 0 , Mroute::MrtPam=off"),
              (Settings{{"all", 0}, {"Mroute::MrtPam", Flashlog::off}}));
-   EXPECT_EQ(Flashlog::parseSpec(""), Settings{});
-   EXPECT_EQ(Flashlog::parseSpec("  "), Settings{});
+   EXPECT_EQ(Flashlog::parseLevels(""), Settings{});
+   EXPECT_EQ(Flashlog::parseLevels("  "), Settings{});
 }
 
-TEST(FlashlogConfig, RefusesBadSpecsNamingTheItem) {
-   auto refusal = [](std::string_view spec) -> std::string {
+TEST(FlashlogConfig, RefusesBadLevelsNamingTheItem) {
+   auto refusal = [](std::string_view levels) -> std::string {
       try {
-         Flashlog::parseSpec(spec);
+         Flashlog::parseLevels(levels);
       } catch (const Gant::ParseError& e) {
          return e.what();
       }
       return "accepted";
    };
-   EXPECT_EQ(refusal("MrouteLib"), "Flashlog spec item 'MrouteLib': expected name=level");
-   EXPECT_EQ(refusal("MrouteLib=10"), "Flashlog spec item 'MrouteLib=10': level not 0..9 or off");
-   EXPECT_EQ(refusal("MrouteLib=-1"), "Flashlog spec item 'MrouteLib=-1': level not 0..9 or off");
-   EXPECT_EQ(refusal("MrouteLib="), "Flashlog spec item 'MrouteLib=': level not 0..9 or off");
-   EXPECT_EQ(refusal("=3"), "Flashlog spec item '=3': empty handle name");
-   EXPECT_EQ(refusal("a=1,,b=2"), "Flashlog spec item '': expected name=level");
-   EXPECT_EQ(refusal("a=1,"), "Flashlog spec item '': expected name=level");
-   EXPECT_EQ(refusal("a b=1"), "Flashlog spec item 'a b=1': blank or '=' in handle name");
-   EXPECT_EQ(refusal("a=1=2"), "Flashlog spec item 'a=1=2': level not 0..9 or off");
+   EXPECT_EQ(refusal("MrouteLib"), "Flashlog level item 'MrouteLib': expected name=level");
+   EXPECT_EQ(refusal("MrouteLib=10"), "Flashlog level item 'MrouteLib=10': level not 0..9 or off");
+   EXPECT_EQ(refusal("MrouteLib=-1"), "Flashlog level item 'MrouteLib=-1': level not 0..9 or off");
+   EXPECT_EQ(refusal("MrouteLib="), "Flashlog level item 'MrouteLib=': level not 0..9 or off");
+   EXPECT_EQ(refusal("=3"), "Flashlog level item '=3': empty handle name");
+   EXPECT_EQ(refusal("a=1,,b=2"), "Flashlog level item '': expected name=level");
+   EXPECT_EQ(refusal("a=1,"), "Flashlog level item '': expected name=level");
+   EXPECT_EQ(refusal("a b=1"), "Flashlog level item 'a b=1': blank or '=' in handle name");
+   EXPECT_EQ(refusal("a=1=2"), "Flashlog level item 'a=1=2': level not 0..9 or off");
 }
 
 TEST(FlashlogConfig, ConfigureAppliesLeftToRightOrNothing) {

@@ -93,30 +93,9 @@ uint32_t CollectionWriter::recover() {
 }
 
 bool CollectionWriter::findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const {
-   const uint32_t* index = m_.index[loadRelaxed(m_.header->indexEpoch) & 1];
-   const uint32_t tag = bucketTag(hash);
-   uint32_t firstFree = UINT32_MAX;
-   for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
-      uint32_t pos = (hash + probe) & m_.bucketMask;
-      uint32_t b = index[pos];
-      if (b == kBucketEmpty) {
-         bucket = firstFree != UINT32_MAX ? firstFree : pos;
-         return false;
-      }
-      if ((b & 0xffff) == kBucketTombstone) {
-         if (firstFree == UINT32_MAX) firstFree = pos;
-         continue;
-      }
-      if ((b >> 16) != tag) continue;
-      uint32_t s = bucketSlot(b);
-      if (std::memcmp(m_.slotData(s), key, m_.keySize) == 0) {
-         slot = s;
-         bucket = pos;
-         return true;
-      }
-   }
-   bucket = firstFree;
-   return false;
+   return findSlotWith(
+       key, hash, [this](const void* a, const void* b) { return std::memcmp(a, b, m_.keySize) == 0; }, slot,
+       bucket);
 }
 
 const void* CollectionWriter::find(const void* key) const {

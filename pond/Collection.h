@@ -172,26 +172,13 @@ class CollectionWriter {
    template <class R, class Key, class Hash>
    bool upsertTyped(const R& r, const Key& key, Hash hashOf) {
       const uint32_t hash = hashOf(key);
-      const uint32_t* index = m_.index[m_.header->indexEpoch & 1];
-      const uint32_t tag = bucketTag(hash);
-      uint32_t firstFree = UINT32_MAX;
-      for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
-         const uint32_t pos = (hash + probe) & m_.bucketMask;
-         const uint32_t b = index[pos];
-         if (b == kBucketEmpty) return insertAt(&r, hash, firstFree != UINT32_MAX ? firstFree : pos);
-         if ((b & 0xffff) == kBucketTombstone) {
-            if (firstFree == UINT32_MAX) firstFree = pos;
-            continue;
-         }
-         if ((b >> 16) != tag) continue;
-         const uint32_t slot = bucketSlot(b);
-         if (!equalBytes<sizeof(Key)>(m_.slotData(slot), &key)) continue;
-         if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
-         writeSlotBytes<sizeof(R)>(slot, &r);
-         enqueueBytes<sizeof(Key)>(slot, &key);
-         return true;
-      }
-      return insertAt(&r, hash, firstFree);
+      uint32_t slot, bucket;
+      auto sameKey = [](const void* a, const void* b) { return equalBytes<sizeof(Key)>(a, b); };
+      if (!findSlotWith(&key, hash, sameKey, slot, bucket)) return insertAt(&r, hash, bucket);
+      if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
+      writeSlotBytes<sizeof(R)>(slot, &r);
+      enqueueBytes<sizeof(Key)>(slot, &key);
+      return true;
    }
 
    // The writer reads its own records directly.
@@ -206,6 +193,37 @@ class CollectionWriter {
    }
 
  private:
+   // The writer's probe: the key's slot and bucket when present; otherwise
+   // the bucket a new record of this key goes to (the first tombstone or the
+   // empty bucket on its way), UINT32_MAX when there is none. sameKey
+   // compares key bytes: inline and of fixed size on the typed path.
+   template <class KeyEq>
+   bool findSlotWith(const void* key, uint32_t hash, KeyEq sameKey, uint32_t& slot, uint32_t& bucket) const {
+      const uint32_t* index = m_.index[m_.header->indexEpoch & 1];
+      const uint32_t tag = bucketTag(hash);
+      uint32_t firstFree = UINT32_MAX;
+      for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
+         const uint32_t pos = (hash + probe) & m_.bucketMask;
+         const uint32_t b = index[pos];
+         if (b == kBucketEmpty) {
+            bucket = firstFree != UINT32_MAX ? firstFree : pos;
+            return false;
+         }
+         if ((b & 0xffff) == kBucketTombstone) {
+            if (firstFree == UINT32_MAX) firstFree = pos;
+            continue;
+         }
+         if ((b >> 16) != tag) continue;
+         const uint32_t s = bucketSlot(b);
+         if (sameKey(m_.slotData(s), key)) {
+            slot = s;
+            bucket = pos;
+            return true;
+         }
+      }
+      bucket = firstFree;
+      return false;
+   }
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
    void writeSlot(uint32_t slot, const void* record, uint32_t live);
    // A live record rewritten in place.

@@ -1,6 +1,7 @@
 // Real processes on one table: a writer at full speed, readers that check
 // every record they read is whole and that every change reaches them, and
 // processes killed in the middle.
+#include "pond/testlib/Burst.h"
 #include "pond/testlib/Fixture.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +20,7 @@ using namespace Pond::Test;
 constexpr uint32_t kKeys = 12000;
 constexpr uint32_t kDone = 0xffffffff; // its version is the final version of every key
 
-TableSpec spec() { return {"Pond::Test::ItemTable", {Record<Item>::spec("item", kKeys + 1)}}; }
+TableShape shape() { return {"Pond::Test::ItemTable", {Record<Item>::shape("item", kKeys + 1)}}; }
 
 // A reader process: follows the table until the done record appears, then
 // checks that what it was told matches the table. Exit code 0 when it does.
@@ -47,7 +48,7 @@ TableSpec spec() { return {"Pond::Test::ItemTable", {Record<Item>::spec("item", 
       void onCorrupt(const std::string&) override { corrupt = true; }
    } follower;
    Loop::EpollLoop loop;
-   TableReader reader(path, spec(), {Record<Item>::codec()}, loop, follower, options);
+   TableReader reader(path, shape(), {Record<Item>::codec()}, loop, follower, options);
    follower.reader = &reader;
    loop.runUntil([&] { return follower.done || follower.torn || follower.corrupt; }, 60);
    // The done record can arrive through a resynchronising pass before
@@ -96,7 +97,7 @@ TEST(PondCrossProcess, FourReadersFollowAWriterAtFullSpeed) {
    Options options = uniqueOptions();
    const std::string path = "routing/multicast/routestatus/default/check";
    Loop::EpollLoop loop;
-   TableWriter writer(path, spec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, shape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    std::vector<pid_t> readers;
    for (int i = 0; i < 4; ++i) readers.push_back(startReader(path, options));
@@ -120,7 +121,7 @@ TEST(PondCrossProcess, WriterKilledMidStreamAndRestarted) {
    pid_t first = ::fork();
    if (first == 0) {
       Loop::EpollLoop loop;
-      TableWriter writer(path, spec(), {Record<Item>::codec()}, &loop, options);
+      TableWriter writer(path, shape(), {Record<Item>::codec()}, &loop, options);
       MapWriter<Item> items(writer.collection(0));
       for (uint32_t v = 1;; ++v) writeRound(items, loop, v); // until killed
    }
@@ -129,7 +130,7 @@ TEST(PondCrossProcess, WriterKilledMidStreamAndRestarted) {
    EXPECT_EQ(exitCode(first), 100 + SIGKILL);
 
    Loop::EpollLoop loop;
-   TableWriter writer(path, spec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, shape(), {Record<Item>::codec()}, &loop, options);
    EXPECT_TRUE(writer.recovered()) << "the second writer continues from the table";
    MapWriter<Item> items(writer.collection(0));
    EXPECT_GT(items.size(), 0u);
@@ -149,7 +150,7 @@ TEST(PondCrossProcess, AReaderKilledLeavesTheWriterUnaffected) {
    Options options = uniqueOptions();
    const std::string path = "routing/multicast/routestatus/default/readerdeath";
    Loop::EpollLoop loop;
-   TableWriter writer(path, spec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, shape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    pid_t victim = startReader(path, options);
    pid_t survivor = startReader(path, options);
@@ -173,45 +174,14 @@ TEST(PondCrossProcess, AReaderKilledLeavesTheWriterUnaffected) {
 namespace {
 
 TEST(PondCrossProcess, ABurstWakesASleepingReaderOnce) {
-   using namespace Pond;
-   using namespace Pond::Test;
-   Options options = uniqueOptions();
-   TableSpec spec = itemSpec(2048, 2048);
-   Loop::EpollLoop loop;
-   TableWriter writer("routing/multicast/routestatus/default/burst", spec, {Record<Item>::codec()}, &loop, options);
-   MapWriter<Item> items(writer.collection(0));
-   int pipeFds[2];
-   ASSERT_EQ(::pipe(pipeFds), 0);
-   pid_t pid = ::fork();
-   if (pid == 0) {
-      struct Count : TableHandler {
-         uint64_t n = 0;
-         void onChange(std::size_t, const void*) override { ++n; }
-      } count;
-      Loop::EpollLoop readerLoop;
-      TableReader reader("routing/multicast/routestatus/default/burst", spec, {Record<Item>::codec()}, readerLoop,
-                         count, options);
-      readerLoop.runUntil([&] { return reader.ready(); }, 10);
-      uint64_t w0 = reader.wakeups(), b0 = reader.wakeBytes(), n0 = count.n;
-      readerLoop.runUntil([&] { return count.n - n0 >= 1000; }, 30);
-      uint64_t result[3] = {reader.wakeups() - w0, reader.wakeBytes() - b0, count.n - n0};
-      (void)!::write(pipeFds[1], result, sizeof result);
-      ::_exit(0);
-   }
-   loop.runUntil([&] { return writer.armedReaders() == 1; }, 10);
-   for (uint32_t k = 0; k < 1000; ++k) items.set(Item::make(k, 1)); // one burst: the loop does not turn
-   int status = 0;
-   while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.001);
-   uint64_t result[3] = {};
-   ASSERT_EQ(::read(pipeFds[0], result, sizeof result), ssize_t(sizeof result));
-   EXPECT_EQ(result[2], 1000u);
-   EXPECT_EQ(result[1], result[0]) << "one wake message per sleep, however many changes";
+   const Pond::Test::BurstSeen seen =
+       Pond::Test::burstIntoSleepingReader("routing/multicast/routestatus/default/burst", 1000);
+   ASSERT_TRUE(seen.ok);
+   EXPECT_EQ(seen.changes, 1000u);
+   EXPECT_EQ(seen.wakeMessages, seen.wakeups) << "one wake message per sleep, however many changes";
    // Asleep at the start of the burst, and perhaps once more if it caught up
    // with the burst half-way: never one wake-up per change.
-   EXPECT_LE(result[0], 2u);
-   ::close(pipeFds[0]);
-   ::close(pipeFds[1]);
-   writer.unlink();
+   EXPECT_LE(seen.wakeups, 2u);
 }
 
 } // namespace

@@ -32,7 +32,7 @@ struct Record {
       return true;
    }
    static CollectionCodec codec() { return {&hash, &validKey}; }
-   static CollectionSpec spec(std::string name, uint32_t capacity, uint32_t queueLength = 0) {
+   static CollectionShape shape(std::string name, uint32_t capacity, uint32_t queueLength = 0) {
       // The key must be the record's first bytes: readers compare and hash
       // them without knowing the record type.
       if constexpr (std::is_lvalue_reference_v<decltype(std::declval<const R&>().key())>) {

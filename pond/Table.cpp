@@ -18,10 +18,10 @@ constexpr double kRetrySeconds = 0.05;
 
 // ---- writer -------------------------------------------------------------------
 
-TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, std::vector<CollectionCodec> codecs,
                          Loop::EventLoop* loop, const Options& options) {
-   const SegmentHeader layout = layoutFor(spec);
-   if (codecs.size() != spec.collections.size()) throw std::invalid_argument("one codec per collection");
+   const SegmentHeader layout = layoutFor(shape);
+   if (codecs.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    const std::string name = Pond::segmentName(options.prefix, mountPath);
    bool created = false;
    segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
@@ -60,8 +60,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableSpec& spec, st
    storeRelease(h->generation, h->generation + 1);
    storeRelease(h->writerPid, static_cast<uint32_t>(Sys::calls().getpid().value));
    if (loop) {
-      socketPath_ = wakeSocketPath(options.socketDir, name);
-      wake_ = std::make_unique<WakeServer>(socketPath_, options.mode, *loop,
+      wake_ = std::make_unique<WakeServer>(wakeSocketPath(options.socketDir, name), options.mode, *loop,
                                            [h] { return loadAcquire(h->changes); });
       for (auto& c : collections_) c->wakeIs(wake_.get(), wake_->armedCount());
    }
@@ -73,17 +72,17 @@ void TableWriter::unlink() { Segment::unlink(segment_.name()); }
 
 // ---- reader -------------------------------------------------------------------
 
-TableReader::TableReader(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+TableReader::TableReader(const std::string& mountPath, const TableShape& shape, std::vector<CollectionCodec> codecs,
                          Loop::EventLoop& loop, TableHandler& handler, const Options& options)
-    : mountPath_(mountPath), name_(segmentName(options.prefix, mountPath)), layout_(layoutFor(spec)),
-      codecs_(std::move(codecs)), loop_(loop), handler_(handler), options_(options),
+    : name_(segmentName(options.prefix, mountPath)), layout_(layoutFor(shape)),
+      codecs_(std::move(codecs)), loop_(loop), handler_(handler),
       wake_(wakeSocketPath(options.socketDir, name_), loop, [this] { poll(); },
             [this] {
                remount_ = true;
                handler_.onWriterGone();
                retryLater();
             }) {
-   if (codecs_.size() != spec.collections.size()) throw std::invalid_argument("one codec per collection");
+   if (codecs_.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    shadows_.resize(layout_.collectionCount);
    for (uint32_t c = 0; c < layout_.collectionCount; ++c) {
       shadows_[c].seq.assign(layout_.collections[c].capacity, 0);

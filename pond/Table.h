@@ -4,7 +4,7 @@
 // processes that come and go independently of it.
 #include "pond/Collection.h"
 #include "pond/Segment.h"
-#include "pond/Spec.h"
+#include "pond/Shape.h"
 #include "pond/Wake.h"
 
 #include <memory>
@@ -31,7 +31,7 @@ class TableWriter {
    // Creates the table, or re-opens the one a previous writer of this path
    // left (after a crash, say) and continues from its contents. A segment of
    // another layout is replaced. Throws when another writer holds the table.
-   TableWriter(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+   TableWriter(const std::string& mountPath, const TableShape& shape, std::vector<CollectionCodec> codecs,
                Loop::EventLoop* loop, const Options& options = {});
    ~TableWriter();
 
@@ -53,7 +53,6 @@ class TableWriter {
    std::unique_ptr<WakeServer> wake_;
    std::vector<std::unique_ptr<CollectionWriter>> collections_;
    bool recovered_ = false;
-   std::string socketPath_;
 };
 
 // What a reader hears. Handlers run on the reader's event loop.
@@ -77,7 +76,7 @@ class TableReader {
  public:
    // Mounts the table from the loop as soon as it exists (trying again until
    // it does). Refuses, through onCorrupt, a segment of another layout.
-   TableReader(const std::string& mountPath, const TableSpec& spec, std::vector<CollectionCodec> codecs,
+   TableReader(const std::string& mountPath, const TableShape& shape, std::vector<CollectionCodec> codecs,
                Loop::EventLoop& loop, TableHandler& handler, const Options& options = {});
    ~TableReader();
 
@@ -104,13 +103,11 @@ class TableReader {
    void corrupt(const std::string& what);
    const SegmentHeader* header() const noexcept { return static_cast<const SegmentHeader*>(segment_.base()); }
 
-   std::string mountPath_;
    std::string name_;
    SegmentHeader layout_;
    std::vector<CollectionCodec> codecs_;
    Loop::EventLoop& loop_;
    TableHandler& handler_;
-   Options options_;
    Segment segment_;
    std::vector<CollectionReader> readers_;
    std::vector<Shadow> shadows_;

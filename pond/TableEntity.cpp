@@ -6,14 +6,14 @@ namespace GantPond {
 
 void TableEntity::openWriter(const std::string& mountPath, Loop::EventLoop* loop, const Pond::Options& options) {
    GANT_ASSERT(!writer_ && !reader_);
-   writer_ = std::make_unique<Pond::TableWriter>(mountPath, spec_, codecs_, loop, options);
+   writer_ = std::make_unique<Pond::TableWriter>(mountPath, shape_, codecs_, loop, options);
    bindCollections();
 }
 
 void TableEntity::openReader(const std::string& mountPath, Loop::EventLoop& loop, const Pond::Options& options) {
    GANT_ASSERT(!writer_ && !reader_);
    Pond::TableHandler& handler = *this;
-   reader_ = std::make_unique<Pond::TableReader>(mountPath, spec_, codecs_, loop, handler, options);
+   reader_ = std::make_unique<Pond::TableReader>(mountPath, shape_, codecs_, loop, handler, options);
    bindCollections();
 }
 

@@ -28,8 +28,8 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    Pond::TableReader* tableReader() const noexcept { return reader_.get(); }
 
  protected:
-   TableEntity(Gant::Name name, Pond::TableSpec spec, std::vector<Pond::CollectionCodec> codecs)
-       : Entity(std::move(name)), spec_(std::move(spec)), codecs_(std::move(codecs)) {}
+   TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Pond::CollectionCodec> codecs)
+       : Entity(std::move(name)), shape_(std::move(shape)), codecs_(std::move(codecs)) {}
 
    // Generated: one writer or reader per collection, and the dispatch of a
    // changed key to the collection's reactor handler.
@@ -53,7 +53,7 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
       tableStatusChanged();
    }
 
-   Pond::TableSpec spec_;
+   Pond::TableShape shape_;
    std::vector<Pond::CollectionCodec> codecs_;
    std::unique_ptr<Pond::TableWriter> writer_;
    std::unique_ptr<Pond::TableReader> reader_;

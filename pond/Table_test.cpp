@@ -25,11 +25,11 @@ struct PondTable : ::testing::Test {
 };
 
 TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
-   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    items.set(Item::make(1, 1));
    Recorder rec;
-   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
    EXPECT_FALSE(reader.ready()) << "handlers run on the loop, not in the constructor";
    loop.runUntil([&] { return reader.ready(); }, 5);
    ASSERT_TRUE(reader.ready());
@@ -57,7 +57,7 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
 }
 
 TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
-   TableWriter writer(path, itemSpec(4), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(4), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    for (uint32_t k = 0; k < 4; ++k) items.set(Item::make(k, 1));
    EXPECT_THROW(items.set(Item::make(9, 1)), FullError);
@@ -71,11 +71,11 @@ TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
 }
 
 TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
-   TableWriter writer(path, itemSpec(256, 8), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(256, 8), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    for (uint32_t k = 0; k < 100; ++k) items.set(Item::make(k, 1));
    Recorder rec;
-   TableReader reader(path, itemSpec(256, 8), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(256, 8), {Record<Item>::codec()}, loop, rec, options);
    settle();
    rec.changed.clear();
    // Far more changes than the queue holds, before the reader runs.
@@ -95,11 +95,11 @@ TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
 }
 
 TEST_F(PondTable, DeleteAllNotifiesEachKey) {
-   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    for (uint32_t k = 0; k < 5; ++k) items.set(Item::make(k, 1));
    Recorder rec;
-   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
    settle();
    rec.changed.clear();
    items.delAll();
@@ -111,7 +111,7 @@ TEST_F(PondTable, DeleteAllNotifiesEachKey) {
 }
 
 TEST_F(PondTable, ModifyThenCommit) {
-   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    Item& i = items.modify(7);
    i = Item::make(7, 3);
@@ -122,7 +122,7 @@ TEST_F(PondTable, ModifyThenCommit) {
 }
 
 TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
-   TableWriter writer(path, itemSpec(64), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(64), {Record<Item>::codec()}, &loop, options);
    struct stat st{};
    int fd = ::shm_open(writer.segmentName().c_str(), O_RDONLY, 0);
    ASSERT_GE(fd, 0);
@@ -133,7 +133,7 @@ TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
        << "small tables pay a fixed header and queue";
 
    Recorder rec;
-   TableReader reader(path, itemSpec(128), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(128), {Record<Item>::codec()}, loop, rec, options);
    settle();
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
@@ -142,13 +142,13 @@ TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
 }
 
 TEST_F(PondTable, ATruncatedSegmentIsRefused) {
-   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
    ASSERT_GE(fd, 0);
    ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0);
    ::close(fd);
    Recorder rec;
-   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
    settle();
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
@@ -157,11 +157,11 @@ TEST_F(PondTable, ATruncatedSegmentIsRefused) {
 }
 
 TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
-   TableWriter writer(path, itemSpec(), {Record<Item>::codec()}, &loop, options);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    for (uint32_t k = 0; k < 20; ++k) items.set(Item::make(k, 1));
    Recorder rec;
-   TableReader reader(path, itemSpec(), {Record<Item>::codec()}, loop, rec, options);
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
    settle();
    // Another process scribbles over everything past the header.
    int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);

@@ -20,7 +20,7 @@ constexpr uint32_t kDone = 0xffffffff;
 TEST(PondThreads, WriterThreadAndReaderThreadsOnSeparateMappings) {
    const Options options = uniqueOptions();
    const std::string path = "routing/multicast/routestatus/default/threads";
-   const TableSpec spec{"Pond::Test::ItemTable", {Record<Item>::spec("item", kKeys + 1)}};
+   const TableShape shape{"Pond::Test::ItemTable", {Record<Item>::shape("item", kKeys + 1)}};
    std::atomic<bool> writerUp{false};
    std::atomic<int> readersDone{0};
    constexpr int kReaders = 3;
@@ -28,7 +28,7 @@ TEST(PondThreads, WriterThreadAndReaderThreadsOnSeparateMappings) {
 
    std::thread writerThread([&] {
       Loop::EpollLoop loop;
-      TableWriter writer(path, spec, {Record<Item>::codec()}, &loop, options);
+      TableWriter writer(path, shape, {Record<Item>::codec()}, &loop, options);
       MapWriter<Item> items(writer.collection(0));
       writerUp = true;
       for (uint32_t v = 1; v <= rounds; ++v)
@@ -63,7 +63,7 @@ TEST(PondThreads, WriterThreadAndReaderThreadsOnSeparateMappings) {
             }
          } follower;
          Loop::EpollLoop loop;
-         TableReader reader(path, spec, {Record<Item>::codec()}, loop, follower, options);
+         TableReader reader(path, shape, {Record<Item>::codec()}, loop, follower, options);
          follower.reader = &reader;
          loop.runUntil([&] { return follower.done || follower.torn; }, 60);
          reader.poll();

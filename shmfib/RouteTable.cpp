@@ -17,9 +17,9 @@ Gant::String Status::mountPath(Pakto::AddressFamily af, const L3::VrfName& vrf, 
 
 namespace TableInfo {
 
-Pond::TableSpec mfibMountInfo(const Gant::String& type) {
+Pond::TableShape mfibMountInfo(const Gant::String& type) {
    GANT_ASSERT(type == Status::gantTypeName);
-   return Status::tableSpec();
+   return Status::tableShape();
 }
 
 } // namespace TableInfo

@@ -77,7 +77,7 @@ TEST(ShmRouteTable, MountPathsAndMountInfo) {
              "routing6/multicast/routestatus/red/pim");
    EXPECT_DEATH(Status::mountPath(Pakto::AddressFamily::ipunknown, L3::VrfName("red"), "pim"),
                 "Unsupported address family");
-   Pond::TableSpec info = TableInfo::mfibMountInfo();
+   Pond::TableShape info = TableInfo::mfibMountInfo();
    ASSERT_EQ(info.collections.size(), 2u);
    EXPECT_EQ(info.collections[0].name, "route");
    EXPECT_EQ(info.collections[0].capacity, 12000u);

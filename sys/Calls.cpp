@@ -8,7 +8,6 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
 namespace Sys {
@@ -102,15 +101,6 @@ Result Calls::epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeo
 }
 Result Calls::eventfd(unsigned initialValue, int flags) {
    return retryEintr([&] { return ::eventfd(initialValue, flags); });
-}
-Result Calls::timerfd_create(clockid_t clock, int flags) {
-   return retryEintr([&] { return ::timerfd_create(clock, flags); });
-}
-Result Calls::timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) {
-   return retryEintr([&] { return ::timerfd_settime(fd, flags, value, old); });
-}
-Result Calls::clock_gettime(clockid_t clock, timespec* ts) {
-   return retryEintr([&] { return ::clock_gettime(clock, ts); });
 }
 
 Result Calls::shm_open(const char* name, int flags, mode_t mode) {

@@ -18,7 +18,6 @@
 
 #include <cstddef>
 
-struct itimerspec;
 
 namespace Sys {
 
@@ -69,9 +68,6 @@ class Calls {
    // than asked; callers bound their waits by the clock, not by this call.
    virtual Result epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeoutMs);
    virtual Result eventfd(unsigned initialValue, int flags);
-   virtual Result timerfd_create(clockid_t clock, int flags);
-   virtual Result timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old);
-   virtual Result clock_gettime(clockid_t clock, timespec* ts);
 
    // Shared memory.
    virtual Result shm_open(const char* name, int flags, mode_t mode);

@@ -1,5 +1,5 @@
 // mcastfib: explore the multicast FIB library from the shell.
-//    mcastfib [--trace SPEC] COMMAND [ARGS...]
+//    mcastfib [--trace LEVELS] COMMAND [ARGS...]
 #include "tools/Commands.h"
 
 #include "flashlog/Config.h"
@@ -14,8 +14,8 @@
 namespace {
 
 void usage(std::ostream& out) {
-   out << "usage: mcastfib [--trace SPEC] COMMAND [ARGS...]\n"
-          "  --trace SPEC   enable traces, e.g. all=9 or MrouteLib=9,MfibDirSm=5\n\n";
+   out << "usage: mcastfib [--trace LEVELS] COMMAND [ARGS...]\n"
+          "  --trace LEVELS   enable traces, e.g. all=9 or MrouteLib=9,MfibDirSm=5\n\n";
    for (const Tool::Command& c : Tool::commands())
       out << "  " << c.name << ' ' << c.usage << "\n      " << c.help << "\n";
 }

@@ -538,8 +538,8 @@ class Gen:
 
     # ---- entity -----------------------------------------------------------
     def key_of(self, t):
-        spec = t.opts.get('key', 'name : Name')
-        n, ty = [x.strip() for x in spec.split(':', 1)]
+        shape = t.opts.get('key', 'name : Name')
+        n, ty = [x.strip() for x in shape.split(':', 1)]
         return n, ty
 
     def child_key_type(self, a):
@@ -598,7 +598,7 @@ class Gen:
             self.emit_entity_attr(t, a, i2)
         self.emit_ops(t, i2)
         if ponds:
-            h.append(f'{i2}static Pond::TableSpec tableSpec();')
+            h.append(f'{i2}static Pond::TableShape tableShape();')
             h.append(f'{i2}static std::vector<Pond::CollectionCodec> tableCodecs();')
         h.append(f'{i2}const Gant::TypeInfo& typeInfo() const noexcept override {{ return gantTypeInfo(); }}')
         h.append(f'{i2}static const Gant::TypeInfo& gantTypeInfo();')
@@ -639,7 +639,7 @@ class Gen:
         h.append(f'{ind}Gant::Ptr<{t.name}> {fname}({", ".join(fparams)});\n')
         # ---- .cpp
         if ponds:
-            init = [f'GantPond::TableEntity(Gant::keyName({kname}), tableSpec(), tableCodecs())']
+            init = [f'GantPond::TableEntity(Gant::keyName({kname}), tableShape(), tableCodecs())']
         else:
             init = [f'Gant::Entity(Gant::keyName({kname}))']
         if kname != 'name':
@@ -656,9 +656,9 @@ class Gen:
         c.append('}')
         c.append(f'Gant::Ptr<{q}> {fname}({", ".join(fparams)}) {{ return Gant::make<{q}>({", ".join(fargs)}); }}')
         if ponds:
-            specs = ', '.join(f'Pond::Record<{cpp_type(a.type)}>::spec({cstr(a.name)}, {a.opts.get("capacity", "1024")})'
+            shapes = ', '.join(f'Pond::Record<{cpp_type(a.type)}>::shape({cstr(a.name)}, {a.opts.get("capacity", "1024")})'
                               for a in ponds)
-            c.append(f'Pond::TableSpec {q}::tableSpec() {{ return {{{cstr(self.full(t))}, {{{specs}}}}}; }}')
+            c.append(f'Pond::TableShape {q}::tableShape() {{ return {{{cstr(self.full(t))}, {{{shapes}}}}}; }}')
             codecs = ', '.join(f'Pond::Record<{cpp_type(a.type)}>::codec()' for a in ponds)
             c.append(f'std::vector<Pond::CollectionCodec> {q}::tableCodecs() {{ return {{{codecs}}}; }}')
             c.append(f'void {q}::bindCollections() {{')

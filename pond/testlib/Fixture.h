@@ -19,8 +19,8 @@ inline Options uniqueOptions() {
    return o;
 }
 
-inline TableSpec itemSpec(uint32_t capacity = 64, uint32_t queueLength = 0) {
-   return {"Pond::Test::ItemTable", {Record<Item>::spec("item", capacity, queueLength)}};
+inline TableShape itemShape(uint32_t capacity = 64, uint32_t queueLength = 0) {
+   return {"Pond::Test::ItemTable", {Record<Item>::shape("item", capacity, queueLength)}};
 }
 
 struct Recorder : TableHandler {

@@ -1,7 +1,7 @@
 #pragma once
 // What a table holds: its type name and, per collection, the record size, the
 // key size (the key is the record's first bytes) and the capacity. Writer and
-// readers derive the same layout from the same spec; a reader refuses a
+// readers derive the same layout from the same shape; a reader refuses a
 // segment whose header does not match what it derives.
 #include "pond/Layout.h"
 
@@ -11,7 +11,7 @@
 
 namespace Pond {
 
-struct CollectionSpec {
+struct CollectionShape {
    std::string name;
    std::string recordType;
    uint32_t recordSize = 0;
@@ -22,15 +22,15 @@ struct CollectionSpec {
    uint32_t queueLength = 0;
 };
 
-struct TableSpec {
+struct TableShape {
    std::string typeName;
-   std::vector<CollectionSpec> collections;
+   std::vector<CollectionShape> collections;
 };
 
-// The header a writer writes for spec, with every offset and size filled in
-// and the mutable fields zero. Throws std::invalid_argument for a spec the
+// The header a writer writes for shape, with every offset and size filled in
+// and the mutable fields zero. Throws std::invalid_argument for a shape the
 // layout cannot hold.
-SegmentHeader layoutFor(const TableSpec& spec);
+SegmentHeader layoutFor(const TableShape& shape);
 
 // Empty when the static part of `found` equals `expected`, else what differs.
 std::string layoutMismatch(const SegmentHeader& expected, const SegmentHeader& found);

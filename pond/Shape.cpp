@@ -1,4 +1,4 @@
-#include "pond/Spec.h"
+#include "pond/Shape.h"
 #include "pond/WordCopy.h"
 
 #include <bit>
@@ -19,19 +19,19 @@ uint32_t pow2AtLeast(uint64_t n) { return static_cast<uint32_t>(std::bit_ceil(n 
 
 } // namespace
 
-SegmentHeader layoutFor(const TableSpec& spec) {
+SegmentHeader layoutFor(const TableShape& shape) {
    SegmentHeader h;
    std::memset(&h, 0, sizeof h);
    h.magic = kMagic;
    h.layoutVersion = kLayoutVersion;
    h.headerSize = sizeof(SegmentHeader);
-   copyName(h.typeName, sizeof h.typeName, spec.typeName, "table type");
-   if (spec.collections.empty() || spec.collections.size() > kMaxCollections)
+   copyName(h.typeName, sizeof h.typeName, shape.typeName, "table type");
+   if (shape.collections.empty() || shape.collections.size() > kMaxCollections)
       throw std::invalid_argument("a table holds 1 to 4 collections");
-   h.collectionCount = static_cast<uint32_t>(spec.collections.size());
+   h.collectionCount = static_cast<uint32_t>(shape.collections.size());
    uint64_t offset = (sizeof(SegmentHeader) + 63) / 64 * 64;
-   for (std::size_t i = 0; i < spec.collections.size(); ++i) {
-      const CollectionSpec& s = spec.collections[i];
+   for (std::size_t i = 0; i < shape.collections.size(); ++i) {
+      const CollectionShape& s = shape.collections[i];
       CollectionHeader& c = h.collections[i];
       copyName(c.name, sizeof c.name, s.name, "collection name");
       copyName(c.recordType, sizeof c.recordType, s.recordType, "record type");
