@@ -26,8 +26,11 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
    m.segment = static_cast<SegmentHeader*>(base);
    m.header = &m.segment->collections[i];
    m.slots = b + c.slotsOffset;
-   m.index[0] = reinterpret_cast<uint32_t*>(b + c.indexOffset[0]);
-   m.index[1] = reinterpret_cast<uint32_t*>(b + c.indexOffset[1]);
+   for (int k = 0; k < 2; ++k) {
+      m.index[k].tags = b + c.indexOffset[k];
+      m.index[k].slots = reinterpret_cast<uint16_t*>(b + c.indexOffset[k] + indexTagBytes(c.bucketCount));
+   }
+
    m.queue = b + c.queueOffset;
    m.recordSize = c.recordSize;
    m.keySize = c.keySize;
@@ -137,10 +140,11 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
    const uint32_t slot = free_.front();
    free_.pop_front();
    writeSlot(slot, record, 1);
-   uint32_t* index = m_.index[m_.header->indexEpoch & 1];
-   if ((index[bucket] & 0xffff) == kBucketTombstone) --tombstones_;
-   // Published only once the record is in place.
-   storeRelease(index[bucket], makeBucket(slot, hash));
+   const CollectionMap::Index index = m_.index[m_.header->indexEpoch & 1];
+   if (index.tags[bucket] == kTagTombstone) --tombstones_;
+   // Published by the tag, once the record and the slot number are in place.
+   storeRelaxed(index.slots[bucket], static_cast<uint16_t>(slot));
+   storeRelease(index.tags[bucket], bucketTag(hash));
    storeRelease(m_.header->size, ++size_);
    enqueue(slot, record);
    return true;
@@ -153,8 +157,7 @@ bool CollectionWriter::remove(const void* key) {
    // Keep the key: it may point into the slot about to be rewritten.
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
-   uint32_t* index = m_.index[m_.header->indexEpoch & 1];
-   storeRelease(index[bucket], kBucketTombstone);
+   storeRelease(m_.index[m_.header->indexEpoch & 1].tags[bucket], kTagTombstone);
    ++tombstones_;
    writeSlot(slot, nullptr, 0);
    free_.push_back(slot);
@@ -181,8 +184,8 @@ void CollectionWriter::notify(const void* key) {
 
 void CollectionWriter::rebuildIndex() {
    const uint32_t epoch = m_.header->indexEpoch;
-   uint32_t* next = m_.index[(epoch + 1) & 1];
-   for (uint32_t b = 0; b <= m_.bucketMask; ++b) storeRelaxed(next[b], kBucketEmpty);
+   const CollectionMap::Index next = m_.index[(epoch + 1) & 1];
+   for (uint32_t b = 0; b <= m_.bucketMask; ++b) storeRelaxed(next.tags[b], kTagEmpty);
    size_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       if (!m_.slot(i)->live) continue;
@@ -190,8 +193,8 @@ void CollectionWriter::rebuildIndex() {
       const uint32_t hash = m_.hashKey(key);
       uint32_t pos = hash & m_.bucketMask;
       bool duplicate = false;
-      while (next[pos] != kBucketEmpty) {
-         uint32_t other = bucketSlot(next[pos]);
+      while (next.tags[pos] != kTagEmpty) {
+         const uint32_t other = next.slots[pos];
          if (std::memcmp(m_.slotData(other), key, m_.keySize) == 0) duplicate = true;
          pos = (pos + 1) & m_.bucketMask;
       }
@@ -199,7 +202,8 @@ void CollectionWriter::rebuildIndex() {
          writeSlot(i, nullptr, 0);
          continue;
       }
-      storeRelaxed(next[pos], makeBucket(i, hash));
+      storeRelaxed(next.slots[pos], static_cast<uint16_t>(i));
+      storeRelaxed(next.tags[pos], bucketTag(hash));
       ++size_;
    }
    tombstones_ = 0;

@@ -35,7 +35,10 @@ struct CollectionMap {
    SegmentHeader* segment = nullptr;
    CollectionHeader* header = nullptr;
    unsigned char* slots = nullptr;
-   uint32_t* index[2] = {nullptr, nullptr};
+   struct Index {
+      uint8_t* tags = nullptr;
+      uint16_t* slots = nullptr;
+   } index[2];
    unsigned char* queue = nullptr;
    uint32_t recordSize = 0, keySize = 0, capacity = 0;
    uint32_t bucketMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
@@ -90,20 +93,23 @@ inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, u
 // The lookup, compiled for one record and key type so that hashing,
 // comparing and copying are inline and of fixed size.
 template <std::size_t Bytes, class Key, class Hash>
-ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out, uint32_t& slotOut,
+[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out, uint32_t& slotOut,
                        uint32_t& seqOut) {
    const uint32_t hash = hashOf(key);
-   const uint32_t tag = bucketTag(hash);
+   const uint8_t tag = bucketTag(hash);
+   // In locals: the acquire loads below would make the compiler re-read them.
+   const uint32_t mask = m.bucketMask, capacity = m.capacity;
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
       const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-      const uint32_t* index = m.index[epoch & 1];
+      const CollectionMap::Index index = m.index[epoch & 1];
       ReadStatus result = ReadStatus::absent;
-      for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
-         const uint32_t b = loadAcquire(index[(hash + probe) & m.bucketMask]);
-         if (b == kBucketEmpty) break;
-         if ((b >> 16) != tag || (b & 0xffff) == kBucketTombstone) continue;
-         const uint32_t slot = bucketSlot(b);
-         if (slot >= m.capacity) return ReadStatus::corrupt;
+      for (uint32_t probe = 0; probe <= mask; ++probe) {
+         const uint32_t pos = (hash + probe) & mask;
+         const uint8_t t = loadAcquire(index.tags[pos]);
+         if (t == kTagEmpty) break;
+         if (t != tag) continue;
+         const uint32_t slot = loadRelaxed(index.slots[pos]);
+         if (slot >= capacity) return ReadStatus::corrupt;
          // Ask for the slot's later lines now, so they arrive with the first.
          for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
             __builtin_prefetch(reinterpret_cast<const char*>(m.slot(slot)) + line);
@@ -199,22 +205,22 @@ class CollectionWriter {
    // compares key bytes: inline and of fixed size on the typed path.
    template <class KeyEq>
    bool findSlotWith(const void* key, uint32_t hash, KeyEq sameKey, uint32_t& slot, uint32_t& bucket) const {
-      const uint32_t* index = m_.index[m_.header->indexEpoch & 1];
-      const uint32_t tag = bucketTag(hash);
+      const CollectionMap::Index index = m_.index[m_.header->indexEpoch & 1];
+      const uint8_t tag = bucketTag(hash);
       uint32_t firstFree = UINT32_MAX;
       for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
          const uint32_t pos = (hash + probe) & m_.bucketMask;
-         const uint32_t b = index[pos];
-         if (b == kBucketEmpty) {
+         const uint8_t t = index.tags[pos];
+         if (t == kTagEmpty) {
             bucket = firstFree != UINT32_MAX ? firstFree : pos;
             return false;
          }
-         if ((b & 0xffff) == kBucketTombstone) {
+         if (t == kTagTombstone) {
             if (firstFree == UINT32_MAX) firstFree = pos;
             continue;
          }
-         if ((b >> 16) != tag) continue;
-         const uint32_t s = bucketSlot(b);
+         if (t != tag) continue;
+         const uint32_t s = index.slots[pos];
          if (sameKey(m_.slotData(s), key)) {
             slot = s;
             bucket = pos;

@@ -6,7 +6,7 @@
 //   SegmentHeader                       (names, sizes, liveness, collections)
 //   for each collection:
 //     slots    capacity x SlotStride    (seqlocked records)
-//     index[2] 2 x bucketCount x 4      (open addressing; two for rebuilds)
+//     index[2] 2 x bucketCount x 3      (open addressing; two for rebuilds)
 //     queue    queueLength x QueueStride (sequence-numbered change entries)
 //
 // See docs/shared-memory-tables.md for the protocols.
@@ -16,11 +16,11 @@
 namespace Pond {
 
 constexpr uint64_t kMagic = 0x31444e4f50464d43ull; // "CMFPOND1"
-constexpr uint32_t kLayoutVersion = 1;
+constexpr uint32_t kLayoutVersion = 2;
 constexpr uint32_t kMaxCollections = 4;
 constexpr std::size_t kTypeNameBytes = 96;
 constexpr std::size_t kCollectionNameBytes = 32;
-// Slot numbers live in the low 16 bits of a bucket.
+// Slot numbers are 16 bits wide in the index.
 constexpr uint32_t kMaxCapacity = 0xfffe;
 constexpr uint32_t kMaxKeySize = 256;
 
@@ -79,12 +79,19 @@ struct QueueEntryHeader {
 };
 static_assert(sizeof(QueueEntryHeader) == 16);
 
-// Buckets: 0 empty, low 16 bits slot + 1, or kTombstone after a removal;
-// the high 16 bits carry a tag of the key's hash to skip most mismatches.
-constexpr uint32_t kBucketEmpty = 0;
-constexpr uint32_t kBucketTombstone = 0xffff;
-constexpr uint32_t bucketSlot(uint32_t b) { return (b & 0xffff) - 1; }
-constexpr uint32_t bucketTag(uint32_t hash) { return hash >> 16; }
-constexpr uint32_t makeBucket(uint32_t slot, uint32_t hash) { return (hash & 0xffff0000u) | (slot + 1); }
+// An index: one tag byte per bucket, then one 16-bit slot number per bucket.
+// A probe walks the tag bytes alone (a 12000-record table's fit in a
+// first-level cache) and reads a slot number only on a tag match. A tag byte
+// is empty, a tombstone left by a removal, or a tag of the key's hash.
+constexpr uint8_t kTagEmpty = 0;
+constexpr uint8_t kTagTombstone = 1;
+constexpr uint8_t bucketTag(uint32_t hash) {
+   const auto t = static_cast<uint8_t>(hash >> 24);
+   return t > kTagTombstone ? t : static_cast<uint8_t>(t + 2);
+}
+constexpr uint64_t indexTagBytes(uint32_t bucketCount) { return (uint64_t(bucketCount) + 7) & ~uint64_t(7); }
+constexpr uint64_t indexBytes(uint32_t bucketCount) {
+   return indexTagBytes(bucketCount) + ((uint64_t(bucketCount) * 2 + 7) & ~uint64_t(7));
+}
 
 } // namespace Pond

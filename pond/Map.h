@@ -120,7 +120,7 @@ class MapReader {
  public:
    using Key = typename Record<R>::Key;
    explicit MapReader(const CollectionReader& c) : c_(c) {}
-   Found<R> find(const Key& k) const {
+   [[gnu::always_inline]] Found<R> find(const Key& k) const {
       Found<R> f;
       uint32_t slot = 0, seq = 0;
       f.status = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },

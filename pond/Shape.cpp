@@ -56,7 +56,7 @@ SegmentHeader layoutFor(const TableShape& shape) {
       offset += uint64_t(c.slotStride) * c.capacity;
       for (int k = 0; k < 2; ++k) {
          c.indexOffset[k] = offset;
-         offset += roundUp8(uint64_t(c.bucketCount) * 4);
+         offset += indexBytes(c.bucketCount);
       }
       c.queueOffset = offset;
       offset += uint64_t(c.queueStride) * c.queueLength;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace Pond {
 
@@ -66,17 +67,21 @@ inline void copyToShared(void* dst, const void* src, std::size_t bytes) {
    }
 }
 
-inline uint32_t loadAcquire(const uint32_t& v) {
-   return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(v)).load(std::memory_order_acquire);
+template <class T>
+inline T loadAcquire(const T& v) {
+   return std::atomic_ref<T>(const_cast<T&>(v)).load(std::memory_order_acquire);
 }
-inline uint32_t loadRelaxed(const uint32_t& v) {
-   return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(v)).load(std::memory_order_relaxed);
+template <class T>
+inline T loadRelaxed(const T& v) {
+   return std::atomic_ref<T>(const_cast<T&>(v)).load(std::memory_order_relaxed);
 }
-inline void storeRelease(uint32_t& v, uint32_t x) {
-   std::atomic_ref<uint32_t>(v).store(x, std::memory_order_release);
+template <class T>
+inline void storeRelease(T& v, std::type_identity_t<T> x) {
+   std::atomic_ref<T>(v).store(x, std::memory_order_release);
 }
-inline void storeRelaxed(uint32_t& v, uint32_t x) {
-   std::atomic_ref<uint32_t>(v).store(x, std::memory_order_relaxed);
+template <class T>
+inline void storeRelaxed(T& v, std::type_identity_t<T> x) {
+   std::atomic_ref<T>(v).store(x, std::memory_order_relaxed);
 }
 // A word inside a seqlock's guarded area.
 inline uint32_t loadGuarded(const uint32_t& v) {

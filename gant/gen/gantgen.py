@@ -764,7 +764,7 @@ class Gen:
             kt = f'typename Pond::Record<{ct}>::Key'
             w = f'{a.name}Writer_'
             h.append(f'{i2}// {a.name}: a collection of the shared table (see pond/TableEntity.h).')
-            h.append(f'{i2}Pond::Found<{ct}> {a.name}(const {kt}& k) const {{')
+            h.append(f'{i2}[[gnu::always_inline]] Pond::Found<{ct}> {a.name}(const {kt}& k) const {{')
             h.append(f'{i2}   if (isWriter()) {{')
             h.append(f'{i2}      Pond::Found<{ct}> f;')
             h.append(f'{i2}      if (auto r = {w}->find(k)) f = {{Pond::ReadStatus::found, *r}};')
