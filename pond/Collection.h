@@ -93,15 +93,22 @@ inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, u
 // The lookup, compiled for one record and key type so that hashing,
 // comparing and copying are inline and of fixed size.
 template <std::size_t Bytes, class Key, class Hash>
-[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out, uint32_t& slotOut,
-                       uint32_t& seqOut) {
+[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out,
+                                                     uint32_t& slotOut, uint32_t& seqOut) {
    const uint32_t hash = hashOf(key);
    const uint8_t tag = bucketTag(hash);
    // In locals: the acquire loads below would make the compiler re-read them.
    const uint32_t mask = m.bucketMask, capacity = m.capacity;
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
       const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-      const CollectionMap::Index index = m.index[epoch & 1];
+      // A branch rather than an index by epoch: predicted, it lets the probe
+      // start before the epoch arrives (the second index is used only
+      // after a rebuild).
+      CollectionMap::Index index = m.index[0];
+      if (epoch & 1) [[unlikely]] {
+         asm volatile("" ::: "memory");
+         index = m.index[1];
+      }
       ReadStatus result = ReadStatus::absent;
       for (uint32_t probe = 0; probe <= mask; ++probe) {
          const uint32_t pos = (hash + probe) & mask;
