@@ -30,7 +30,6 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
       m.index[k].tags = b + c.indexOffset[k];
       m.index[k].slots = reinterpret_cast<uint16_t*>(b + c.indexOffset[k] + indexTagBytes(c.bucketCount));
    }
-
    m.queue = b + c.queueOffset;
    m.recordSize = c.recordSize;
    m.keySize = c.keySize;

@@ -101,9 +101,11 @@ template <std::size_t Bytes, class Key, class Hash>
    const uint32_t mask = m.bucketMask, capacity = m.capacity;
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
       const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-      // A branch rather than an index by epoch: predicted, it lets the probe
-      // start before the epoch arrives (the second index is used only
-      // after a rebuild).
+      // A branch rather than an index by epoch: it goes the same way from
+      // one rebuild to the next, so it is predicted and the probe starts
+      // before the epoch arrives. The empty asm keeps the compiler from
+      // turning the branch back into a data dependency (a conditional move);
+      // the hint only keeps the first index's path straight-line (measured).
       CollectionMap::Index index = m.index[0];
       if (epoch & 1) [[unlikely]] {
          asm volatile("" ::: "memory");

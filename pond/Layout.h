@@ -24,6 +24,9 @@ constexpr std::size_t kCollectionNameBytes = 32;
 constexpr uint32_t kMaxCapacity = 0xfffe;
 constexpr uint32_t kMaxKeySize = 256;
 
+// Shared areas are padded to whole 8-byte words on every build.
+constexpr uint64_t roundUp8(uint64_t n) { return (n + 7) & ~uint64_t(7); }
+
 struct CollectionHeader {
    char name[kCollectionNameBytes];
    char recordType[kTypeNameBytes];
@@ -80,7 +83,7 @@ struct QueueEntryHeader {
 static_assert(sizeof(QueueEntryHeader) == 16);
 
 // An index: one tag byte per bucket, then one 16-bit slot number per bucket.
-// A probe walks the tag bytes alone (a 12000-record table's fit in a
+// A probe walks the tag bytes alone (a 12000-record table's tags fit in a
 // first-level cache) and reads a slot number only on a tag match. A tag byte
 // is empty, a tombstone left by a removal, or a tag of the key's hash.
 constexpr uint8_t kTagEmpty = 0;
@@ -89,9 +92,9 @@ constexpr uint8_t bucketTag(uint32_t hash) {
    const auto t = static_cast<uint8_t>(hash >> 24);
    return t > kTagTombstone ? t : static_cast<uint8_t>(t + 2);
 }
-constexpr uint64_t indexTagBytes(uint32_t bucketCount) { return (uint64_t(bucketCount) + 7) & ~uint64_t(7); }
+constexpr uint64_t indexTagBytes(uint32_t bucketCount) { return roundUp8(bucketCount); }
 constexpr uint64_t indexBytes(uint32_t bucketCount) {
-   return indexTagBytes(bucketCount) + ((uint64_t(bucketCount) * 2 + 7) & ~uint64_t(7));
+   return indexTagBytes(bucketCount) + roundUp8(uint64_t(bucketCount) * 2);
 }
 
 } // namespace Pond

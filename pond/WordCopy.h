@@ -31,9 +31,6 @@ inline void releaseFence() { std::atomic_thread_fence(std::memory_order_release)
 using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
 constexpr std::size_t kWordSize = sizeof(Word);
 
-// Shared areas are padded to whole 8-byte words on every build.
-constexpr std::size_t roundUp8(std::size_t n) { return (n + 7) & ~std::size_t(7); }
-
 inline void copyFromShared(void* dst, const void* src, std::size_t bytes) {
    auto* s = static_cast<Word*>(const_cast<void*>(src));
    auto* d = static_cast<unsigned char*>(dst);
