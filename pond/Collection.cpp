@@ -35,6 +35,7 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
    m.keySize = c.keySize;
    m.capacity = c.capacity;
    m.bucketMask = c.bucketCount - 1;
+   m.tagWordMask = c.bucketCount / kTagsPerWord - 1;
    m.queueMask = c.queueLength - 1;
    m.slotStride = c.slotStride;
    m.queueStride = c.queueStride;
@@ -143,7 +144,7 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
    if (index.tags[bucket] == kTagTombstone) --tombstones_;
    // Published by the tag, once the record and the slot number are in place.
    storeRelaxed(index.slots[bucket], static_cast<uint16_t>(slot));
-   storeRelease(index.tags[bucket], bucketTag(hash));
+   storeTag(index.tags, bucket, bucketTag(hash), std::memory_order_release);
    storeRelease(m_.header->size, ++size_);
    enqueue(slot, record);
    return true;
@@ -156,7 +157,7 @@ bool CollectionWriter::remove(const void* key) {
    // Keep the key: it may point into the slot about to be rewritten.
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
-   storeRelease(m_.index[m_.header->indexEpoch & 1].tags[bucket], kTagTombstone);
+   storeTag(m_.index[m_.header->indexEpoch & 1].tags, bucket, kTagTombstone, std::memory_order_release);
    ++tombstones_;
    writeSlot(slot, nullptr, 0);
    free_.push_back(slot);
@@ -184,7 +185,7 @@ void CollectionWriter::notify(const void* key) {
 void CollectionWriter::rebuildIndex() {
    const uint32_t epoch = m_.header->indexEpoch;
    const CollectionMap::Index next = m_.index[(epoch + 1) & 1];
-   for (uint32_t b = 0; b <= m_.bucketMask; ++b) storeRelaxed(next.tags[b], kTagEmpty);
+   for (uint32_t w = 0; w <= m_.tagWordMask; ++w) storeRelaxed(reinterpret_cast<Word*>(next.tags)[w], Word(0));
    size_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       if (!m_.slot(i)->live) continue;
@@ -202,7 +203,7 @@ void CollectionWriter::rebuildIndex() {
          continue;
       }
       storeRelaxed(next.slots[pos], static_cast<uint16_t>(i));
-      storeRelaxed(next.tags[pos], bucketTag(hash));
+      storeTag(next.tags, pos, bucketTag(hash), std::memory_order_relaxed);
       ++size_;
    }
    tombstones_ = 0;

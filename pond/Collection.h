@@ -9,6 +9,10 @@
 #include "pond/Layout.h"
 #include "pond/WordCopy.h"
 
+#include <bit>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -41,7 +45,7 @@ struct CollectionMap {
    } index[2];
    unsigned char* queue = nullptr;
    uint32_t recordSize = 0, keySize = 0, capacity = 0;
-   uint32_t bucketMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
+   uint32_t bucketMask = 0, tagWordMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
    KeyHash hashKey = nullptr;
 
    static CollectionMap bind(void* base, const SegmentHeader& layout, uint32_t i, KeyHash hash);
@@ -84,45 +88,83 @@ inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, st
    return ReadStatus::stuck;
 }
 
-// The same with the size known at compile time: the copy unrolls.
-template <std::size_t Bytes>
-inline ReadStatus readSlotBytes(const CollectionMap& m, uint32_t i, void* out, uint32_t& seq) {
-   return readSlotInto(m, i, out, Bytes, seq);
-}
+// ---- index tags, only ever accessed as whole words ----------------------
 
-// The lookup, compiled for one record and key type so that hashing,
-// comparing and copying are inline and of fixed size.
-template <std::size_t Bytes, class Key, class Hash>
-[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out,
-                                                     uint32_t& slotOut, uint32_t& seqOut) {
-   const uint32_t hash = hashOf(key);
+constexpr uint32_t kTagsPerWord = kWordSize;
+constexpr Word kTagOnes = ~Word(0) / 0xff; // 0x01 in every byte
+constexpr Word kTagHighs = kTagOnes << 7;  // 0x80 in every byte
+
+inline Word loadTagWord(const uint8_t* tags, uint32_t word) {
+   return loadAcquire(reinterpret_cast<const Word*>(tags)[word]);
+}
+inline uint8_t loadTag(const uint8_t* tags, uint32_t pos) {
+   return static_cast<uint8_t>(loadTagWord(tags, pos / kTagsPerWord) >> (8 * (pos % kTagsPerWord)));
+}
+// The writer's store of one tag: the tag's word, rewritten whole (the writer
+// is the only one to store there, so reading the word first is safe).
+inline void storeTag(uint8_t* tags, uint32_t pos, uint8_t tag, std::memory_order order) {
+   Word* w = reinterpret_cast<Word*>(tags) + pos / kTagsPerWord;
+   const unsigned shift = 8 * (pos % kTagsPerWord);
+   std::atomic_ref<Word>(*w).store((*w & ~(Word(0xff) << shift)) | Word(tag) << shift, order);
+}
+// Which of the buckets pos, pos + 1, ... (wrapping at the end of the index)
+// are empty and which hold tag, as bit masks with bucket pos in bit 0. Each
+// mask may have bits set above its lowest (never below it), so only the
+// lowest bit of either is exact. Bits past the window's last bucket are 0.
+struct TagProbe {
+   uint32_t empties;
+   uint32_t matches;
+};
+#if defined(__SSE2__)
+// Two words of tags, compared sixteen bytes at a time: at least nine
+// buckets from pos on.
+inline TagProbe probeTags(const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
+   const uint32_t word = pos / kTagsPerWord;
+   const __m128i group = _mm_set_epi64x(static_cast<long long>(loadTagWord(tags, (word + 1) & wordMask)),
+                                        static_cast<long long>(loadTagWord(tags, word)));
+   const unsigned shift = pos % kTagsPerWord;
+   const auto mask = [&](__m128i eq) { return static_cast<uint32_t>(_mm_movemask_epi8(eq)) >> shift; };
+   return {mask(_mm_cmpeq_epi8(group, _mm_setzero_si128())), mask(_mm_cmpeq_epi8(group, _mm_set1_epi8(char(tag))))};
+}
+#else
+// One word's worth of buckets from pos on, tested by word arithmetic.
+inline TagProbe probeTags(const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
+   const uint32_t word = pos / kTagsPerWord;
+   const unsigned shift = 8 * (pos % kTagsPerWord);
+   const Word lo = loadTagWord(tags, word), hi = loadTagWord(tags, (word + 1) & wordMask);
+   const Word window = (lo >> shift) | ((hi << 1) << (8 * kWordSize - 1 - shift));
+   // 0x80 in the lowest zero byte of x (and maybe in bytes above it, never
+   // below): the borrow of the subtraction only runs upwards.
+   const auto zeroBytes = [](Word x) { return (x - kTagOnes) & ~x & kTagHighs; };
+   // One bit per bucket: gather each byte's top bit.
+   const auto gather = [](Word m) {
+      uint32_t out = 0;
+      for (std::size_t i = 0; i < kWordSize; ++i) out |= uint32_t((m >> (8 * i + 7)) & 1) << i;
+      return out;
+   };
+   return {gather(zeroBytes(window)), gather(zeroBytes(window ^ (kTagOnes * tag)))};
+}
+#endif
+
+// The lookup's every case, with retries: records mid-write, an index rebuilt
+// under the probe, tags that match another key, a corrupt segment. Out of
+// line, so that the common path below stays short.
+template <std::size_t Bytes, class Key>
+[[gnu::noinline, gnu::cold]] ReadStatus lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out,
+                                                   uint32_t& slotOut, uint32_t& seqOut) {
    const uint8_t tag = bucketTag(hash);
-   // In locals: the acquire loads below would make the compiler re-read them.
-   const uint32_t mask = m.bucketMask, capacity = m.capacity;
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
       const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-      // A branch rather than an index by epoch: it goes the same way from
-      // one rebuild to the next, so it is predicted and the probe starts
-      // before the epoch arrives. The empty asm keeps the compiler from
-      // turning the branch back into a data dependency (a conditional move);
-      // the hint only keeps the first index's path straight-line (measured).
-      CollectionMap::Index index = m.index[0];
-      if (epoch & 1) [[unlikely]] {
-         asm volatile("" ::: "memory");
-         index = m.index[1];
-      }
+      const CollectionMap::Index index = m.index[epoch & 1];
       ReadStatus result = ReadStatus::absent;
-      for (uint32_t probe = 0; probe <= mask; ++probe) {
-         const uint32_t pos = (hash + probe) & mask;
-         const uint8_t t = loadAcquire(index.tags[pos]);
+      for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
+         const uint32_t pos = (hash + probe) & m.bucketMask;
+         const uint8_t t = loadTag(index.tags, pos);
          if (t == kTagEmpty) break;
          if (t != tag) continue;
          const uint32_t slot = loadRelaxed(index.slots[pos]);
-         if (slot >= capacity) return ReadStatus::corrupt;
-         // Ask for the slot's later lines now, so they arrive with the first.
-         for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
-            __builtin_prefetch(reinterpret_cast<const char*>(m.slot(slot)) + line);
-         ReadStatus r = readSlotBytes<Bytes>(m, slot, out, seqOut);
+         if (slot >= m.capacity) return ReadStatus::corrupt;
+         ReadStatus r = readSlotInto(m, slot, out, Bytes, seqOut);
          if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) {
             slotOut = slot;
             result = ReadStatus::found;
@@ -135,6 +177,62 @@ template <std::size_t Bytes, class Key, class Hash>
       if (loadRelaxed(m.header->indexEpoch) == epoch) return result;
    }
    return ReadStatus::stuck;
+}
+
+// The lookup, compiled for one record and key type so that hashing,
+// comparing and copying are inline and of fixed size. It tests a word of
+// tags at once and reads one slot; anything unusual goes to lookupSlow.
+template <std::size_t Bytes, class Key, class Hash>
+[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out,
+                                                     uint32_t& slotOut, uint32_t& seqOut) {
+   const uint32_t hash = hashOf(key);
+   const uint32_t epoch = loadAcquire(m.header->indexEpoch);
+   // A branch rather than an index by epoch: it goes the same way from one
+   // rebuild to the next, so it is predicted and the probe starts before the
+   // epoch arrives. The empty asm keeps the compiler from turning the branch
+   // back into a data dependency (a conditional move).
+   CollectionMap::Index index = m.index[0];
+   if (epoch & 1) [[unlikely]] {
+      asm volatile("" ::: "memory");
+      index = m.index[1];
+   }
+   const uint32_t pos = hash & m.bucketMask;
+   const uint8_t tag = bucketTag(hash);
+   uint32_t bucket = pos;
+   // Most keys sit in their home bucket: a predicted branch lets the slot's
+   // loads start before the tags are tested further.
+   if (loadTag(index.tags, pos) != tag) {
+      const TagProbe probe = probeTags(index.tags, pos, m.tagWordMask, tag);
+      // Tag matches before the first empty bucket; the lowest one is exact.
+      const uint32_t matches = probe.matches & ((probe.empties & (0u - probe.empties)) - 1);
+      if (matches == 0) {
+         acquireFence();
+         if (probe.empties != 0 && loadRelaxed(m.header->indexEpoch) == epoch) return ReadStatus::absent;
+         return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
+      }
+      bucket = (pos + static_cast<uint32_t>(std::countr_zero(matches))) & m.bucketMask;
+   }
+   const uint32_t slot = loadRelaxed(index.slots[bucket]);
+   if (slot >= m.capacity) [[unlikely]]
+      return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
+   constexpr uint32_t stride = slotStrideFor(Bytes);
+   auto* s = reinterpret_cast<SlotHeader*>(m.slots + std::size_t(slot) * stride);
+   // Ask for the slot's later lines now, so they arrive with the first.
+   for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
+      __builtin_prefetch(reinterpret_cast<const char*>(s) + line);
+   const uint32_t s1 = loadAcquire(s->seq);
+   const uint32_t live = loadGuarded(s->live);
+   const bool sameKey = copyFromSharedKeyed<Bytes, sizeof(Key)>(out, s + 1, &key);
+   acquireFence();
+   // One test for the rare cases: mid-write, rewritten, freed, another key,
+   // or an index rebuilt under us.
+   const uint32_t odd = (s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1) |
+                        (loadRelaxed(m.header->indexEpoch) ^ epoch) | uint32_t(!sameKey);
+   if (odd) [[unlikely]]
+      return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
+   slotOut = slot;
+   seqOut = s1;
+   return ReadStatus::found;
 }
 
 class CollectionReader {
@@ -219,7 +317,7 @@ class CollectionWriter {
       uint32_t firstFree = UINT32_MAX;
       for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
          const uint32_t pos = (hash + probe) & m_.bucketMask;
-         const uint8_t t = index.tags[pos];
+         const uint8_t t = index.tags[pos]; // the writer's own: plain reads are safe
          if (t == kTagEmpty) {
             bucket = firstFree != UINT32_MAX ? firstFree : pos;
             return false;

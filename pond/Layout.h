@@ -16,7 +16,7 @@
 namespace Pond {
 
 constexpr uint64_t kMagic = 0x31444e4f50464d43ull; // "CMFPOND1"
-constexpr uint32_t kLayoutVersion = 2;
+constexpr uint32_t kLayoutVersion = 3;
 constexpr uint32_t kMaxCollections = 4;
 constexpr std::size_t kTypeNameBytes = 96;
 constexpr std::size_t kCollectionNameBytes = 32;
@@ -83,18 +83,32 @@ struct QueueEntryHeader {
 static_assert(sizeof(QueueEntryHeader) == 16);
 
 // An index: one tag byte per bucket, then one 16-bit slot number per bucket.
-// A probe walks the tag bytes alone (a 12000-record table's tags fit in a
-// first-level cache) and reads a slot number only on a tag match. A tag byte
-// is empty, a tombstone left by a removal, or a tag of the key's hash.
+// A probe tests a word of tag bytes at once (a 12000-record table's tags fit
+// in a first-level cache) and reads a slot number only on a tag match. A tag
+// byte is empty, a tombstone left by a removal, or a tag of the key's hash.
+// Tags are only ever stored and loaded as whole aligned words, so that no
+// byte store meets a word load.
 constexpr uint8_t kTagEmpty = 0;
 constexpr uint8_t kTagTombstone = 1;
 constexpr uint8_t bucketTag(uint32_t hash) {
    const auto t = static_cast<uint8_t>(hash >> 24);
    return t > kTagTombstone ? t : static_cast<uint8_t>(t + 2);
 }
+// At least two 8-byte words of tags, so a probe's window of tags starting
+// at any bucket lies in two words of the index.
+constexpr uint32_t kMinBuckets = 16;
 constexpr uint64_t indexTagBytes(uint32_t bucketCount) { return roundUp8(bucketCount); }
 constexpr uint64_t indexBytes(uint32_t bucketCount) {
    return indexTagBytes(bucketCount) + roundUp8(uint64_t(bucketCount) * 2);
+}
+
+// A slot's stride: whole cache lines when that costs at most a quarter
+// more (a lookup then touches the fewest lines), else whole words. A
+// function of the record size alone, so a typed reader knows it statically.
+constexpr uint32_t slotStrideFor(uint32_t recordSize) {
+   const uint64_t tight = sizeof(SlotHeader) + roundUp8(recordSize);
+   const uint64_t lines = (tight + 63) / 64 * 64;
+   return static_cast<uint32_t>(lines * 4 <= tight * 5 ? lines : tight);
 }
 
 } // namespace Pond

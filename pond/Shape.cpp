@@ -1,6 +1,7 @@
 #include "pond/Shape.h"
 #include "pond/WordCopy.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <stdexcept>
@@ -43,13 +44,9 @@ SegmentHeader layoutFor(const TableShape& shape) {
       c.keySize = s.keySize;
       c.capacity = s.capacity;
       // At most half full, so that probes stay short even with tombstones.
-      c.bucketCount = pow2AtLeast(uint64_t(s.capacity) * 2 + 1);
+      c.bucketCount = std::max(kMinBuckets, pow2AtLeast(uint64_t(s.capacity) * 2 + 1));
       c.queueLength = pow2AtLeast(s.queueLength ? s.queueLength : std::min<uint32_t>(s.capacity, 2048));
-      // Whole cache lines per slot when that costs at most a quarter more:
-      // a lookup then touches the fewest lines.
-      const uint64_t tight = sizeof(SlotHeader) + roundUp8(s.recordSize);
-      const uint64_t lines = (tight + 63) / 64 * 64;
-      c.slotStride = static_cast<uint32_t>(lines * 4 <= tight * 5 ? lines : tight);
+      c.slotStride = slotStrideFor(s.recordSize);
       c.queueStride = static_cast<uint32_t>(sizeof(QueueEntryHeader) + roundUp8(s.keySize));
       offset = (offset + 63) / 64 * 64; // slots start on a cache line
       c.slotsOffset = offset;

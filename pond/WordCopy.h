@@ -46,6 +46,35 @@ inline void copyFromShared(void* dst, const void* src, std::size_t bytes) {
    }
 }
 
+// copyFromShared of a record whose first KeyBytes are its key, fused with
+// the comparison of that key against key: the key's words are compared in
+// registers as they are copied. Returns whether the copied key equals key.
+template <std::size_t Bytes, std::size_t KeyBytes>
+inline bool copyFromSharedKeyed(void* dst, const void* src, const void* key) {
+   static_assert(KeyBytes <= Bytes);
+   auto* s = static_cast<Word*>(const_cast<void*>(src));
+   auto* d = static_cast<unsigned char*>(dst);
+   const auto* k = static_cast<const unsigned char*>(key);
+   constexpr std::size_t words = Bytes / kWordSize, keyWords = KeyBytes / kWordSize;
+   Word diff = 0;
+#pragma GCC unroll 64
+   for (std::size_t i = 0; i < words; ++i) {
+      Word w = std::atomic_ref<Word>(s[i]).load(kGuardedLoad);
+      if (i < keyWords) {
+         Word kw;
+         std::memcpy(&kw, k + i * kWordSize, kWordSize);
+         diff |= w ^ kw;
+      }
+      std::memcpy(d + i * kWordSize, &w, kWordSize);
+   }
+   if constexpr (Bytes % kWordSize != 0) {
+      Word w = std::atomic_ref<Word>(s[words]).load(kGuardedLoad);
+      std::memcpy(d + words * kWordSize, &w, Bytes % kWordSize);
+   }
+   for (std::size_t i = keyWords * kWordSize; i < KeyBytes; ++i) diff |= Word(d[i] ^ k[i]);
+   return diff == 0;
+}
+
 // dst must be a whole number of words long (shared areas are padded).
 inline void copyToShared(void* dst, const void* src, std::size_t bytes) {
    auto* d = static_cast<Word*>(dst);
