@@ -17,11 +17,16 @@ static_assert(std::has_unique_object_representations_v<IpGenRouteKey>,
 // high bits down to the bits that pick the bucket. Equal keys have equal
 // bytes, so this agrees with ==; it is the same on 32- and 64-bit builds.
 inline uint32_t IpGenRouteKey::gantHash() const {
-   uint64_t w[5];
-   std::memcpy(w, this, sizeof w);
-   uint64_t h = (w[0] ^ 0x9e3779b97f4a7c15ull) * (w[1] ^ 0xbf58476d1ce4e5b9ull) +
-                (w[2] ^ 0x94d049bb133111ebull) * (w[3] ^ 0x2545f4914f6cdd1dull) +
-                (w[4] ^ 0xd6e8feb86659fd93ull) * 0x9e3779b97f4a7c15ull;
+   // Word by word: copying the key to an array first costs a trip through
+   // the stack.
+   const auto word = [this](int i) {
+      uint64_t w;
+      std::memcpy(&w, reinterpret_cast<const unsigned char*>(this) + 8 * i, 8);
+      return w;
+   };
+   uint64_t h = (word(0) ^ 0x9e3779b97f4a7c15ull) * (word(1) ^ 0xbf58476d1ce4e5b9ull) +
+                (word(2) ^ 0x94d049bb133111ebull) * (word(3) ^ 0x2545f4914f6cdd1dull) +
+                (word(4) ^ 0xd6e8feb86659fd93ull) * 0x9e3779b97f4a7c15ull;
    h ^= h >> 29;
    return static_cast<uint32_t>(h >> 32) ^ static_cast<uint32_t>(h);
 }

@@ -45,6 +45,37 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
 
 // ---- reader ---------------------------------------------------------------
 
+namespace {
+// What an unbound reader looks at: an index of empty buckets and no slots,
+// so that a lookup needs no test of its own to answer "absent".
+struct EmptyCollection {
+   SegmentHeader segment{};
+   alignas(8) uint8_t tags[kMinBuckets]{};
+   uint16_t slots[kMinBuckets]{};
+   CollectionMap map() {
+      CollectionMap m;
+      m.segment = &segment;
+      m.header = &segment.collections[0];
+      m.index[0] = m.index[1] = {tags, slots};
+      m.bucketMask = kMinBuckets - 1;
+      m.tagWordMask = kMinBuckets / kTagsPerWord - 1;
+      return m;
+   }
+};
+} // namespace
+
+CollectionReader::CollectionReader() { unbind(); }
+
+void CollectionReader::bind(const CollectionMap& m) {
+   m_ = m;
+   validated_.assign(m.capacity, 0);
+}
+
+void CollectionReader::unbind() {
+   static EmptyCollection empty;
+   bind(empty.map());
+}
+
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
    uint32_t seq = 0;
    ReadStatus r = readSlotInto(m_, i, out, m_.recordSize, seq);

@@ -222,13 +222,12 @@ template <std::size_t Bytes, class Key, class Hash>
       __builtin_prefetch(reinterpret_cast<const char*>(s) + line);
    const uint32_t s1 = loadAcquire(s->seq);
    const uint32_t live = loadGuarded(s->live);
-   const bool sameKey = copyFromSharedKeyed<Bytes, sizeof(Key)>(out, s + 1, &key);
+   const Word keyDiff = copyFromSharedKeyed<Bytes, sizeof(Key)>(out, s + 1, &key);
    acquireFence();
-   // One test for the rare cases: mid-write, rewritten, freed, another key,
-   // or an index rebuilt under us.
-   const uint32_t odd = (s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1) |
-                        (loadRelaxed(m.header->indexEpoch) ^ epoch) | uint32_t(!sameKey);
-   if (odd) [[unlikely]]
+   // One test for the rare cases: mid-write, rewritten, freed or another
+   // key. A whole copy of a live record of this key is a true answer even if
+   // the index was rebuilt meanwhile, so only "absent" rechecks the epoch.
+   if (keyDiff | ((s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1))) [[unlikely]]
       return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
    slotOut = slot;
    seqOut = s1;
@@ -237,7 +236,14 @@ template <std::size_t Bytes, class Key, class Hash>
 
 class CollectionReader {
  public:
-   explicit CollectionReader(const CollectionMap& m) : m_(m), validated_(m.capacity, 0) {}
+   // Unbound: answers every lookup "absent" until bound to a mapping.
+   CollectionReader();
+   explicit CollectionReader(const CollectionMap& m) { bind(m); }
+   // Points the reader at a (new) mapping of its collection.
+   void bind(const CollectionMap& m);
+   // Back to answering "absent".
+   void unbind();
+   bool bound() const noexcept { return m_.capacity != 0; }
 
    // Whether the record version (slot, seq) was already found valid, so a
    // warm lookup validates each version once. A reader-private cache.

@@ -122,7 +122,7 @@ class MapReader {
    explicit MapReader(const CollectionReader& c) : c_(c) {}
    [[gnu::always_inline]] Found<R> find(const Key& k) const {
       Found<R> f;
-      uint32_t slot = 0, seq = 0;
+      uint32_t slot, seq; // set when found
       f.status = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
                                         f.storage(), slot, seq);
       if (f.status != ReadStatus::found) return f;

@@ -48,6 +48,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    for (uint32_t i = 0; i < layout.collectionCount; ++i) {
       CollectionMap m = CollectionMap::bind(segment_.base(), layout, i, codecs[i].hash);
       collections_.push_back(std::make_unique<CollectionWriter>(m));
+      views_.push_back(std::make_unique<CollectionReader>(m));
       if (created) {
          collections_.back()->initialize();
       } else {
@@ -89,6 +90,7 @@ TableReader::TableReader(const std::string& mountPath, const TableShape& shape, 
       shadows_[c].keys.assign(std::size_t(layout_.collections[c].capacity) * layout_.collections[c].keySize, 0);
    }
    cursors_.assign(layout_.collectionCount, 0);
+   for (uint32_t c = 0; c < layout_.collectionCount; ++c) readers_.push_back(std::make_unique<CollectionReader>());
    // Mount from the loop: handlers run on the loop, never inside this constructor.
    retry_ = loop_.timerAfter(0, [this] {
       if (!tryMount()) retryLater();
@@ -137,11 +139,10 @@ bool TableReader::mapSegment() {
       corrupt("segment " + name_ + " does not match: " + why);
       return false;
    }
-   readers_.clear();
    segment_ = std::move(s);
    corrupt_ = false;
    for (uint32_t c = 0; c < layout_.collectionCount; ++c)
-      readers_.emplace_back(CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash));
+      readers_[c]->bind(CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash));
    generation_ = loadAcquire(header()->generation);
    return true;
 }
@@ -173,7 +174,7 @@ void TableReader::corrupt(const std::string& what) {
 }
 
 void TableReader::drain(std::size_t c) {
-   const CollectionMap& m = readers_[c].map();
+   const CollectionMap& m = readers_[c]->map();
    const uint32_t head = loadAcquire(m.header->queueHead);
    uint32_t cursor = cursors_[c];
    if (head - cursor > m.queueMask + 1) return resync(c);
@@ -205,13 +206,13 @@ void TableReader::drain(std::size_t c) {
 
 void TableReader::resync(std::size_t c) {
    ++resyncs_;
-   const CollectionMap& m = readers_[c].map();
+   const CollectionMap& m = readers_[c]->map();
    const uint32_t head = loadAcquire(m.header->queueHead);
    Shadow& sh = shadows_[c];
    std::vector<unsigned char> record(m.recordSize);
    for (uint32_t i = 0; i < m.capacity; ++i) {
       uint32_t seq = 0;
-      ReadStatus st = readers_[c].readSlot(i, record.data(), &seq);
+      ReadStatus st = readers_[c]->readSlot(i, record.data(), &seq);
       if (st == ReadStatus::stuck) {
          FLASHLOG(trace, 1, "slot ", i, " of ", layout_.collections[c].name, " stayed mid-write");
          handler_.onStuck("slot " + std::to_string(i) + " of " + layout_.collections[c].name + " stayed mid-write");

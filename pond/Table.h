@@ -36,6 +36,8 @@ class TableWriter {
    ~TableWriter();
 
    CollectionWriter& collection(std::size_t i) { return *collections_.at(i); }
+   // The writer's own records, read the way readers read them.
+   const CollectionReader& view(std::size_t i) const { return *views_.at(i); }
    uint32_t generation() const noexcept { return header()->generation; }
    bool recovered() const noexcept { return recovered_; }
    const std::string& segmentName() const noexcept { return segment_.name(); }
@@ -52,6 +54,7 @@ class TableWriter {
    Segment segment_;
    std::unique_ptr<WakeServer> wake_;
    std::vector<std::unique_ptr<CollectionWriter>> collections_;
+   std::vector<std::unique_ptr<CollectionReader>> views_;
    bool recovered_ = false;
 };
 
@@ -82,7 +85,9 @@ class TableReader {
 
    bool mounted() const noexcept { return segment_.base() != nullptr; }
    bool ready() const noexcept { return ready_; }
-   const CollectionReader& collection(std::size_t i) const { return readers_[i]; }
+   // Stays at one address for the reader's life; answers "absent" while
+   // the table is not mounted.
+   const CollectionReader& collection(std::size_t i) const { return *readers_.at(i); }
    // Delivers the changes waiting now (wake-ups do this by themselves).
    void poll();
    uint64_t wakeups() const noexcept { return wake_.wakeups(); }
@@ -109,7 +114,7 @@ class TableReader {
    Loop::EventLoop& loop_;
    TableHandler& handler_;
    Segment segment_;
-   std::vector<CollectionReader> readers_;
+   std::vector<std::unique_ptr<CollectionReader>> readers_;
    std::vector<Shadow> shadows_;
    std::vector<uint32_t> cursors_;
    WakeClient wake_;

@@ -4,9 +4,16 @@
 
 namespace GantPond {
 
+TableEntity::TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Pond::CollectionCodec> codecs)
+    : Entity(std::move(name)), shape_(std::move(shape)), codecs_(std::move(codecs)) {
+   static const Pond::CollectionReader unopened;
+   for (auto& v : views_) v = &unopened;
+}
+
 void TableEntity::openWriter(const std::string& mountPath, Loop::EventLoop* loop, const Pond::Options& options) {
    GANT_ASSERT(!writer_ && !reader_);
    writer_ = std::make_unique<Pond::TableWriter>(mountPath, shape_, codecs_, loop, options);
+   for (std::size_t c = 0; c < shape_.collections.size(); ++c) views_[c] = &writer_->view(c);
    bindCollections();
 }
 
@@ -14,6 +21,7 @@ void TableEntity::openReader(const std::string& mountPath, Loop::EventLoop& loop
    GANT_ASSERT(!writer_ && !reader_);
    Pond::TableHandler& handler = *this;
    reader_ = std::make_unique<Pond::TableReader>(mountPath, shape_, codecs_, loop, handler, options);
+   for (std::size_t c = 0; c < shape_.collections.size(); ++c) views_[c] = &reader_->collection(c);
    bindCollections();
 }
 

@@ -28,8 +28,7 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    Pond::TableReader* tableReader() const noexcept { return reader_.get(); }
 
  protected:
-   TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Pond::CollectionCodec> codecs)
-       : Entity(std::move(name)), shape_(std::move(shape)), codecs_(std::move(codecs)) {}
+   TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Pond::CollectionCodec> codecs);
 
    // Generated: one writer or reader per collection, and the dispatch of a
    // changed key to the collection's reactor handler.
@@ -38,7 +37,10 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    virtual void tableStatusChanged() = 0;
 
    Pond::CollectionWriter& collectionWriter(std::size_t c);
-   const Pond::CollectionReader& collectionReader(std::size_t c) const { return reader_->collection(c); }
+   // Collection c as lookups see it: the writer's own records on the
+   // writer's side, the mapped table on a reader's, and nothing ("absent")
+   // before either is open or mounted. One load away, for the lookups.
+   const Pond::CollectionReader& collectionView(std::size_t c) const { return *views_[c]; }
    // The text of the last corruption a reader met, or empty.
    const std::string& corruption() const noexcept { return corruption_; }
    // Refuses a write on a reader's side: readers never write.
@@ -57,6 +59,7 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    std::vector<Pond::CollectionCodec> codecs_;
    std::unique_ptr<Pond::TableWriter> writer_;
    std::unique_ptr<Pond::TableReader> reader_;
+   const Pond::CollectionReader* views_[Pond::kMaxCollections];
    std::string corruption_;
 };
 

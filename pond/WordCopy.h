@@ -48,9 +48,9 @@ inline void copyFromShared(void* dst, const void* src, std::size_t bytes) {
 
 // copyFromShared of a record whose first KeyBytes are its key, fused with
 // the comparison of that key against key: the key's words are compared in
-// registers as they are copied. Returns whether the copied key equals key.
+// registers as they are copied. Returns 0 when the copied key equals key.
 template <std::size_t Bytes, std::size_t KeyBytes>
-inline bool copyFromSharedKeyed(void* dst, const void* src, const void* key) {
+inline Word copyFromSharedKeyed(void* dst, const void* src, const void* key) {
    static_assert(KeyBytes <= Bytes);
    auto* s = static_cast<Word*>(const_cast<void*>(src));
    auto* d = static_cast<unsigned char*>(dst);
@@ -72,7 +72,7 @@ inline bool copyFromSharedKeyed(void* dst, const void* src, const void* key) {
       std::memcpy(d + words * kWordSize, &w, Bytes % kWordSize);
    }
    for (std::size_t i = keyWords * kWordSize; i < KeyBytes; ++i) diff |= Word(d[i] ^ k[i]);
-   return diff == 0;
+   return diff;
 }
 
 // dst must be a whole number of words long (shared areas are padded).
