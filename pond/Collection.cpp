@@ -26,10 +26,8 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
    m.segment = static_cast<SegmentHeader*>(base);
    m.header = &m.segment->collections[i];
    m.slots = b + c.slotsOffset;
-   for (int k = 0; k < 2; ++k) {
-      m.index[k].tags = b + c.indexOffset[k];
-      m.index[k].slots = reinterpret_cast<uint16_t*>(b + c.indexOffset[k] + indexTagBytes(c.bucketCount));
-   }
+   m.tags = b + c.indexOffset;
+   m.slotNumbers = reinterpret_cast<uint16_t*>(b + c.indexOffset + indexTagBytes(c.bucketCount));
    m.queue = b + c.queueOffset;
    m.recordSize = c.recordSize;
    m.keySize = c.keySize;
@@ -56,7 +54,8 @@ struct EmptyCollection {
       CollectionMap m;
       m.segment = &segment;
       m.header = &segment.collections[0];
-      m.index[0] = m.index[1] = {tags, slots};
+      m.tags = tags;
+      m.slotNumbers = slots;
       m.bucketMask = kMinBuckets - 1;
       m.tagWordMask = kMinBuckets / kTagsPerWord - 1;
       return m;
@@ -93,7 +92,6 @@ void CollectionWriter::initialize() {
    free_.clear();
    for (uint32_t i = 0; i < m_.capacity; ++i) free_.push_back(i);
    size_ = 0;
-   tombstones_ = 0;
    storeRelease(m_.header->size, 0);
 }
 
@@ -171,11 +169,9 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
    const uint32_t slot = free_.front();
    free_.pop_front();
    writeSlot(slot, record, 1);
-   const CollectionMap::Index index = m_.index[m_.header->indexEpoch & 1];
-   if (index.tags[bucket] == kTagTombstone) --tombstones_;
    // Published by the tag, once the record and the slot number are in place.
-   storeRelaxed(index.slots[bucket], static_cast<uint16_t>(slot));
-   storeTag(index.tags, bucket, bucketTag(hash), std::memory_order_release);
+   storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
+   storeTag(m_.tags, bucket, bucketTag(hash), std::memory_order_release);
    storeRelease(m_.header->size, ++size_);
    enqueue(slot, record);
    return true;
@@ -188,14 +184,31 @@ bool CollectionWriter::remove(const void* key) {
    // Keep the key: it may point into the slot about to be rewritten.
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
-   storeTag(m_.index[m_.header->indexEpoch & 1].tags, bucket, kTagTombstone, std::memory_order_release);
-   ++tombstones_;
+   removeEntry(bucket);
    writeSlot(slot, nullptr, 0);
    free_.push_back(slot);
    storeRelease(m_.header->size, --size_);
    enqueue(slot, k);
-   if (tombstones_ > (m_.bucketMask + 1) / 4) rebuildIndex();
    return true;
+}
+
+void CollectionWriter::removeEntry(uint32_t bucket) {
+   // Odd while entries move: a reader that found nothing meanwhile looks again.
+   const uint32_t seq = m_.header->indexSeq;
+   storeRelaxed(m_.header->indexSeq, seq + 1);
+   releaseFence();
+   uint32_t hole = bucket;
+   for (uint32_t pos = (bucket + 1) & m_.bucketMask; m_.tags[pos] != kTagEmpty; pos = (pos + 1) & m_.bucketMask) {
+      const uint32_t home = m_.hashKey(m_.slotData(m_.slotNumbers[pos])) & m_.bucketMask;
+      // The entry may fill the hole unless its home lies after the hole
+      // (cyclically, up to the entry itself).
+      if (((pos - home) & m_.bucketMask) < ((pos - hole) & m_.bucketMask)) continue;
+      storeRelaxed(m_.slotNumbers[hole], m_.slotNumbers[pos]);
+      storeTag(m_.tags, hole, m_.tags[pos], std::memory_order_release);
+      hole = pos;
+   }
+   storeTag(m_.tags, hole, kTagEmpty, std::memory_order_release);
+   storeRelease(m_.header->indexSeq, seq + 2);
 }
 
 void CollectionWriter::removeAll() {
@@ -214,9 +227,9 @@ void CollectionWriter::notify(const void* key) {
 }
 
 void CollectionWriter::rebuildIndex() {
-   const uint32_t epoch = m_.header->indexEpoch;
-   const CollectionMap::Index next = m_.index[(epoch + 1) & 1];
-   for (uint32_t w = 0; w <= m_.tagWordMask; ++w) storeRelaxed(reinterpret_cast<Word*>(next.tags)[w], Word(0));
+   // Built aside from the live slots, then stored under an odd indexSeq.
+   std::vector<uint8_t> tags(m_.bucketMask + 1, kTagEmpty);
+   std::vector<uint16_t> slots(m_.bucketMask + 1, 0);
    size_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       if (!m_.slot(i)->live) continue;
@@ -224,22 +237,24 @@ void CollectionWriter::rebuildIndex() {
       const uint32_t hash = m_.hashKey(key);
       uint32_t pos = hash & m_.bucketMask;
       bool duplicate = false;
-      while (next.tags[pos] != kTagEmpty) {
-         const uint32_t other = next.slots[pos];
-         if (std::memcmp(m_.slotData(other), key, m_.keySize) == 0) duplicate = true;
-         pos = (pos + 1) & m_.bucketMask;
-      }
+      for (; tags[pos] != kTagEmpty; pos = (pos + 1) & m_.bucketMask)
+         if (std::memcmp(m_.slotData(slots[pos]), key, m_.keySize) == 0) duplicate = true;
       if (duplicate) {
          writeSlot(i, nullptr, 0);
          continue;
       }
-      storeRelaxed(next.slots[pos], static_cast<uint16_t>(i));
-      storeTag(next.tags, pos, bucketTag(hash), std::memory_order_relaxed);
+      tags[pos] = bucketTag(hash);
+      slots[pos] = static_cast<uint16_t>(i);
       ++size_;
    }
-   tombstones_ = 0;
-   // Readers that started on the old index see the flip and look again.
-   storeRelease(m_.header->indexEpoch, epoch + 1);
+   const uint32_t seq = m_.header->indexSeq | 1;
+   storeRelaxed(m_.header->indexSeq, seq);
+   releaseFence();
+   for (uint32_t b = 0; b <= m_.bucketMask; ++b) {
+      storeRelaxed(m_.slotNumbers[b], slots[b]);
+      storeTag(m_.tags, b, tags[b], std::memory_order_relaxed);
+   }
+   storeRelease(m_.header->indexSeq, seq + 1);
 }
 
 } // namespace Pond

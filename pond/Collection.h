@@ -3,9 +3,9 @@
 // writer's updates. Both work on record bytes; Map.h adds the types.
 //
 // Protocols (docs/shared-memory-tables.md): a slot is a seqlock; a bucket
-// names a slot and is published after the slot is written; removal leaves a
-// tombstone; a full rebuild goes to the other index and flips indexEpoch;
-// every change appends a sequence-numbered entry to the change queue.
+// names a slot and is published after the slot is written; removal moves
+// later entries back under an odd indexSeq; every change appends a
+// sequence-numbered entry to the change queue.
 #include "pond/Layout.h"
 #include "pond/WordCopy.h"
 
@@ -39,10 +39,8 @@ struct CollectionMap {
    SegmentHeader* segment = nullptr;
    CollectionHeader* header = nullptr;
    unsigned char* slots = nullptr;
-   struct Index {
-      uint8_t* tags = nullptr;
-      uint16_t* slots = nullptr;
-   } index[2];
+   uint8_t* tags = nullptr;         // the index: a tag per bucket
+   uint16_t* slotNumbers = nullptr; // and the slot it names
    unsigned char* queue = nullptr;
    uint32_t recordSize = 0, keySize = 0, capacity = 0;
    uint32_t bucketMask = 0, tagWordMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
@@ -116,22 +114,23 @@ struct TagProbe {
    uint32_t matches;
 };
 #if defined(__SSE2__)
-// Two words of tags, compared sixteen bytes at a time: at least nine
-// buckets from pos on.
-inline TagProbe probeTags(const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
-   const uint32_t word = pos / kTagsPerWord;
-   const __m128i group = _mm_set_epi64x(static_cast<long long>(loadTagWord(tags, (word + 1) & wordMask)),
-                                        static_cast<long long>(loadTagWord(tags, word)));
+// The word of tags holding bucket pos (already loaded) and the next word,
+// compared sixteen bytes at a time: at least nine buckets from pos on.
+inline TagProbe probeTags(Word lo, const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
+   const uint32_t next = (pos / kTagsPerWord + 1) & wordMask;
+   const __m128i group = _mm_set_epi64x(static_cast<long long>(loadTagWord(tags, next)), static_cast<long long>(lo));
    const unsigned shift = pos % kTagsPerWord;
    const auto mask = [&](__m128i eq) { return static_cast<uint32_t>(_mm_movemask_epi8(eq)) >> shift; };
-   return {mask(_mm_cmpeq_epi8(group, _mm_setzero_si128())), mask(_mm_cmpeq_epi8(group, _mm_set1_epi8(char(tag))))};
+   return {mask(_mm_cmpeq_epi8(group, _mm_setzero_si128())),
+           mask(_mm_cmpeq_epi8(group, _mm_set1_epi64x(static_cast<long long>(kTagOnes * tag))))};
 }
 #else
-// One word's worth of buckets from pos on, tested by word arithmetic.
-inline TagProbe probeTags(const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
-   const uint32_t word = pos / kTagsPerWord;
+// The word of tags holding bucket pos (already loaded) and the next word:
+// one word's worth of buckets from pos on, tested by word arithmetic.
+inline TagProbe probeTags(Word lo, const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
+   const uint32_t next = (pos / kTagsPerWord + 1) & wordMask;
    const unsigned shift = 8 * (pos % kTagsPerWord);
-   const Word lo = loadTagWord(tags, word), hi = loadTagWord(tags, (word + 1) & wordMask);
+   const Word hi = loadTagWord(tags, next);
    const Word window = (lo >> shift) | ((hi << 1) << (8 * kWordSize - 1 - shift));
    // 0x80 in the lowest zero byte of x (and maybe in bytes above it, never
    // below): the borrow of the subtraction only runs upwards.
@@ -146,92 +145,87 @@ inline TagProbe probeTags(const uint8_t* tags, uint32_t pos, uint32_t wordMask, 
 }
 #endif
 
-// The lookup's every case, with retries: records mid-write, an index rebuilt
+// A lookup's outcome, returned in registers: the status and, when found,
+// the record's slot and the seq of the version copied.
+struct Lookup {
+   ReadStatus status;
+   uint32_t slot;
+   uint32_t seq;
+};
+
+// The lookup's every case, with retries: records mid-write, entries moving
 // under the probe, tags that match another key, a corrupt segment. Out of
 // line, so that the common path below stays short.
 template <std::size_t Bytes, class Key>
-[[gnu::noinline, gnu::cold]] ReadStatus lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out,
-                                                   uint32_t& slotOut, uint32_t& seqOut) {
+[[gnu::noinline, gnu::cold]] Lookup lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out) {
    const uint8_t tag = bucketTag(hash);
    for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
-      const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-      const CollectionMap::Index index = m.index[epoch & 1];
-      ReadStatus result = ReadStatus::absent;
+      const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
+      if (indexSeq & 1) {
+         cpuRelax();
+         continue;
+      }
       for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
          const uint32_t pos = (hash + probe) & m.bucketMask;
-         const uint8_t t = loadTag(index.tags, pos);
+         const uint8_t t = loadTag(m.tags, pos);
          if (t == kTagEmpty) break;
          if (t != tag) continue;
-         const uint32_t slot = loadRelaxed(index.slots[pos]);
-         if (slot >= m.capacity) return ReadStatus::corrupt;
-         ReadStatus r = readSlotInto(m, slot, out, Bytes, seqOut);
-         if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) {
-            slotOut = slot;
-            result = ReadStatus::found;
-            break;
-         }
-         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return r;
+         const uint32_t slot = loadRelaxed(m.slotNumbers[pos]);
+         if (slot >= m.capacity) return {ReadStatus::corrupt, 0, 0};
+         uint32_t seq = 0;
+         ReadStatus r = readSlotInto(m, slot, out, Bytes, seq);
+         if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) return {ReadStatus::found, slot, seq};
+         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return {r, 0, 0};
       }
-      // A rebuild flipped the index under us: what we saw may be stale.
+      // Not found: true unless entries moved while we probed.
       acquireFence();
-      if (loadRelaxed(m.header->indexEpoch) == epoch) return result;
+      if (loadRelaxed(m.header->indexSeq) == indexSeq) return {ReadStatus::absent, 0, 0};
    }
-   return ReadStatus::stuck;
+   return {ReadStatus::stuck, 0, 0};
 }
 
 // The lookup, compiled for one record and key type so that hashing,
 // comparing and copying are inline and of fixed size. It tests a word of
 // tags at once and reads one slot; anything unusual goes to lookupSlow.
+//
+// A whole copy of a live record of this key is a true answer whatever the
+// index did meanwhile, so a hit never looks at indexSeq; only "absent"
+// needs the index to have held still.
 template <std::size_t Bytes, class Key, class Hash>
-[[gnu::always_inline]] inline ReadStatus lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out,
-                                                     uint32_t& slotOut, uint32_t& seqOut) {
+[[gnu::always_inline]] inline Lookup lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out) {
    const uint32_t hash = hashOf(key);
-   const uint32_t epoch = loadAcquire(m.header->indexEpoch);
-   // A branch rather than an index by epoch: it goes the same way from one
-   // rebuild to the next, so it is predicted and the probe starts before the
-   // epoch arrives. The empty asm keeps the compiler from turning the branch
-   // back into a data dependency (a conditional move).
-   CollectionMap::Index index = m.index[0];
-   if (epoch & 1) [[unlikely]] {
-      asm volatile("" ::: "memory");
-      index = m.index[1];
-   }
    const uint32_t pos = hash & m.bucketMask;
    const uint8_t tag = bucketTag(hash);
    uint32_t bucket = pos;
    // Most keys sit in their home bucket: a predicted branch lets the slot's
    // loads start before the tags are tested further.
-   if (loadTag(index.tags, pos) != tag) {
-      const TagProbe probe = probeTags(index.tags, pos, m.tagWordMask, tag);
+   const Word home = loadTagWord(m.tags, pos / kTagsPerWord);
+   if (static_cast<uint8_t>(home >> (8 * (pos % kTagsPerWord))) != tag) {
+      const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
+      const TagProbe probe = probeTags(home, m.tags, pos, m.tagWordMask, tag);
       // Tag matches before the first empty bucket; the lowest one is exact.
       const uint32_t matches = probe.matches & ((probe.empties & (0u - probe.empties)) - 1);
       if (matches == 0) {
          acquireFence();
-         if (probe.empties != 0 && loadRelaxed(m.header->indexEpoch) == epoch) return ReadStatus::absent;
-         return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
+         if (probe.empties != 0 && ((indexSeq & 1) | (loadRelaxed(m.header->indexSeq) ^ indexSeq)) == 0)
+            return {ReadStatus::absent, 0, 0};
+         return lookupSlow<Bytes>(m, key, hash, out);
       }
       bucket = (pos + static_cast<uint32_t>(std::countr_zero(matches))) & m.bucketMask;
    }
-   const uint32_t slot = loadRelaxed(index.slots[bucket]);
+   const uint32_t slot = loadRelaxed(m.slotNumbers[bucket]);
    if (slot >= m.capacity) [[unlikely]]
-      return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
+      return lookupSlow<Bytes>(m, key, hash, out);
    constexpr uint32_t stride = slotStrideFor(Bytes);
    auto* s = reinterpret_cast<SlotHeader*>(m.slots + std::size_t(slot) * stride);
-   // Ask for the slot's later lines now, so they arrive with the first.
-   for (std::size_t line = 64; line < sizeof(SlotHeader) + Bytes; line += 64)
-      __builtin_prefetch(reinterpret_cast<const char*>(s) + line);
    const uint32_t s1 = loadAcquire(s->seq);
    const uint32_t live = loadGuarded(s->live);
    const Word keyDiff = copyFromSharedKeyed<Bytes, sizeof(Key)>(out, s + 1, &key);
    acquireFence();
-   // One test for the rare cases: mid-write, rewritten, freed or another
-   // key. A whole copy of a live record of this key is a true answer even if
-   // the index was rebuilt meanwhile, so only "absent" rechecks the epoch.
+   // One test for the rare cases: mid-write, rewritten, freed or another key.
    if (keyDiff | ((s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1))) [[unlikely]]
-      return lookupSlow<Bytes>(m, key, hash, out, slotOut, seqOut);
-   slotOut = slot;
-   seqOut = s1;
-   return ReadStatus::found;
+      return lookupSlow<Bytes>(m, key, hash, out);
+   return {ReadStatus::found, slot, s1};
 }
 
 class CollectionReader {
@@ -313,34 +307,27 @@ class CollectionWriter {
 
  private:
    // The writer's probe: the key's slot and bucket when present; otherwise
-   // the bucket a new record of this key goes to (the first tombstone or the
-   // empty bucket on its way), UINT32_MAX when there is none. sameKey
-   // compares key bytes: inline and of fixed size on the typed path.
+   // the empty bucket a new record of this key goes to. sameKey compares
+   // key bytes: inline and of fixed size on the typed path.
    template <class KeyEq>
    bool findSlotWith(const void* key, uint32_t hash, KeyEq sameKey, uint32_t& slot, uint32_t& bucket) const {
-      const CollectionMap::Index index = m_.index[m_.header->indexEpoch & 1];
       const uint8_t tag = bucketTag(hash);
-      uint32_t firstFree = UINT32_MAX;
       for (uint32_t probe = 0; probe <= m_.bucketMask; ++probe) {
          const uint32_t pos = (hash + probe) & m_.bucketMask;
-         const uint8_t t = index.tags[pos]; // the writer's own: plain reads are safe
+         const uint8_t t = m_.tags[pos]; // the writer's own: plain reads are safe
          if (t == kTagEmpty) {
-            bucket = firstFree != UINT32_MAX ? firstFree : pos;
+            bucket = pos;
             return false;
          }
-         if (t == kTagTombstone) {
-            if (firstFree == UINT32_MAX) firstFree = pos;
-            continue;
-         }
          if (t != tag) continue;
-         const uint32_t s = index.slots[pos];
+         const uint32_t s = m_.slotNumbers[pos];
          if (sameKey(m_.slotData(s), key)) {
             slot = s;
             bucket = pos;
             return true;
          }
       }
-      bucket = firstFree;
+      bucket = UINT32_MAX; // never: the index is at most half full
       return false;
    }
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
@@ -381,6 +368,9 @@ class CollectionWriter {
    // A new key: takes a free slot and publishes it at bucket.
    bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
    void enqueue(uint32_t slot, const void* key);
+   // Empties bucket and moves the entries after it back, so that every
+   // entry stays reachable from its home bucket without crossing an empty.
+   void removeEntry(uint32_t bucket);
    void rebuildIndex();
 
    CollectionMap m_;
@@ -388,7 +378,6 @@ class CollectionWriter {
    const uint32_t* armed_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
    uint32_t size_ = 0;
-   uint32_t tombstones_ = 0;
 };
 
 class FullError : public std::runtime_error {

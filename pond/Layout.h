@@ -6,7 +6,7 @@
 //   SegmentHeader                       (names, sizes, liveness, collections)
 //   for each collection:
 //     slots    capacity x SlotStride    (seqlocked records)
-//     index[2] 2 x bucketCount x 3      (open addressing; two for rebuilds)
+//     index    bucketCount x 3          (open addressing, linear probing)
 //     queue    queueLength x QueueStride (sequence-numbered change entries)
 //
 // See docs/shared-memory-tables.md for the protocols.
@@ -39,13 +39,13 @@ struct CollectionHeader {
    uint32_t queueStride;
    uint32_t reserved0;
    uint64_t slotsOffset;
-   uint64_t indexOffset[2];
+   uint64_t indexOffset;
    uint64_t queueOffset;
    // Written by the writer, read by readers (atomically):
-   uint32_t size;       // live records
-   uint32_t indexEpoch; // the active index is indexOffset[indexEpoch & 1]
-   uint32_t queueHead;  // sequence number of the next change entry
-   uint32_t ready;      // the collection holds the writer's full state
+   uint32_t size;      // live records
+   uint32_t indexSeq;  // odd while entries of the index move (a removal)
+   uint32_t queueHead; // sequence number of the next change entry
+   uint32_t ready;     // the collection holds the writer's full state
 };
 static_assert(sizeof(CollectionHeader) % 8 == 0);
 
@@ -85,14 +85,15 @@ static_assert(sizeof(QueueEntryHeader) == 16);
 // An index: one tag byte per bucket, then one 16-bit slot number per bucket.
 // A probe tests a word of tag bytes at once (a 12000-record table's tags fit
 // in a first-level cache) and reads a slot number only on a tag match. A tag
-// byte is empty, a tombstone left by a removal, or a tag of the key's hash.
-// Tags are only ever stored and loaded as whole aligned words, so that no
-// byte store meets a word load.
+// byte is empty (0) or a tag of the key's hash. Removal shifts the entries
+// after the removed one back, so no tombstone is left and no entry is ever
+// separated from its home bucket by an empty one. Tags are only ever
+// stored and loaded as whole aligned words, so that no byte store meets a
+// word load.
 constexpr uint8_t kTagEmpty = 0;
-constexpr uint8_t kTagTombstone = 1;
 constexpr uint8_t bucketTag(uint32_t hash) {
    const auto t = static_cast<uint8_t>(hash >> 24);
-   return t > kTagTombstone ? t : static_cast<uint8_t>(t + 2);
+   return static_cast<uint8_t>(t + (t == kTagEmpty));
 }
 // At least two 8-byte words of tags, so a probe's window of tags starting
 // at any bucket lies in two words of the index.

@@ -122,18 +122,18 @@ class MapReader {
    explicit MapReader(const CollectionReader& c) : c_(c) {}
    [[gnu::always_inline]] Found<R> find(const Key& k) const {
       Found<R> f;
-      uint32_t slot, seq; // set when found
-      f.status = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
-                                        f.storage(), slot, seq);
-      if (f.status != ReadStatus::found) return f;
+      const Lookup l = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
+                                              f.storage());
+      f.status = l.status;
+      if (l.status != ReadStatus::found) return f;
       // Bytes from another process: a record that breaks its own type's
       // rules is reported, never handed out. Each version is checked once.
-      if (!c_.validated(slot, seq)) {
+      if (!c_.validated(l.slot, l.seq)) {
          if (!Gant::validValue(*f)) {
             f.status = ReadStatus::corrupt;
             return f;
          }
-         c_.markValidated(slot, seq);
+         c_.markValidated(l.slot, l.seq);
       }
       return f;
    }

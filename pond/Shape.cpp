@@ -43,7 +43,7 @@ SegmentHeader layoutFor(const TableShape& shape) {
       c.recordSize = s.recordSize;
       c.keySize = s.keySize;
       c.capacity = s.capacity;
-      // At most half full, so that probes stay short even with tombstones.
+      // At most half full, so that probes stay short.
       c.bucketCount = std::max(kMinBuckets, pow2AtLeast(uint64_t(s.capacity) * 2 + 1));
       c.queueLength = pow2AtLeast(s.queueLength ? s.queueLength : std::min<uint32_t>(s.capacity, 2048));
       c.slotStride = slotStrideFor(s.recordSize);
@@ -51,10 +51,8 @@ SegmentHeader layoutFor(const TableShape& shape) {
       offset = (offset + 63) / 64 * 64; // slots start on a cache line
       c.slotsOffset = offset;
       offset += uint64_t(c.slotStride) * c.capacity;
-      for (int k = 0; k < 2; ++k) {
-         c.indexOffset[k] = offset;
-         offset += indexBytes(c.bucketCount);
-      }
+      c.indexOffset = offset;
+      offset += indexBytes(c.bucketCount);
       c.queueOffset = offset;
       offset += uint64_t(c.queueStride) * c.queueLength;
    }
@@ -83,7 +81,7 @@ std::string layoutMismatch(const SegmentHeader& e, const SegmentHeader& f) {
       if (a.capacity != b.capacity) return where + "capacity differs";
       if (a.bucketCount != b.bucketCount || a.queueLength != b.queueLength || a.slotStride != b.slotStride ||
           a.queueStride != b.queueStride || a.slotsOffset != b.slotsOffset || a.queueOffset != b.queueOffset ||
-          a.indexOffset[0] != b.indexOffset[0] || a.indexOffset[1] != b.indexOffset[1])
+          a.indexOffset != b.indexOffset)
          return where + "layout differs";
    }
    return {};
