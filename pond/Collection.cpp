@@ -116,10 +116,11 @@ uint32_t CollectionWriter::recover() {
       QueueEntryHeader* e = m_.entry(q);
       if (e->lock & 1) storeRelease(e->lock, e->lock + 1);
    }
-   // Rebuild also drops duplicate keys (a crash cannot make them, garbage can).
-   rebuildIndex();
-   for (uint32_t i = 0; i < m_.capacity; ++i)
-      if (!loadRelaxed(m_.slot(i)->live)) free_.push_back(i);
+   repairIndex();
+   for (uint32_t i = 0; i < m_.capacity; ++i) {
+      if (loadRelaxed(m_.slot(i)->live)) ++size_;
+      else free_.push_back(i);
+   }
    storeRelease(m_.header->size, size_);
    return size_;
 }
@@ -199,7 +200,9 @@ void CollectionWriter::removeEntry(uint32_t bucket) {
    releaseFence();
    uint32_t hole = bucket;
    for (uint32_t pos = (bucket + 1) & m_.bucketMask; m_.tags[pos] != kTagEmpty; pos = (pos + 1) & m_.bucketMask) {
-      const uint32_t home = m_.hashKey(m_.slotData(m_.slotNumbers[pos])) & m_.bucketMask;
+      const uint32_t s = m_.slotNumbers[pos];
+      if (s >= m_.capacity) continue; // garbage, met only in repair: left for it
+      const uint32_t home = m_.hashKey(m_.slotData(s)) & m_.bucketMask;
       // The entry may fill the hole unless its home lies after the hole
       // (cyclically, up to the entry itself).
       if (((pos - home) & m_.bucketMask) < ((pos - hole) & m_.bucketMask)) continue;
@@ -226,35 +229,48 @@ void CollectionWriter::notify(const void* key) {
    enqueue(slot, key);
 }
 
-void CollectionWriter::rebuildIndex() {
-   // Built aside from the live slots, then stored under an odd indexSeq.
-   std::vector<uint8_t> tags(m_.bucketMask + 1, kTagEmpty);
-   std::vector<uint16_t> slots(m_.bucketMask + 1, 0);
-   size_ = 0;
+bool CollectionWriter::indexedAt(uint32_t bucket) const {
+   const uint32_t s = m_.slotNumbers[bucket];
+   if (s >= m_.capacity || loadRelaxed(m_.slot(s)->live) != 1) return false;
+   const void* key = m_.slotData(s);
+   const uint32_t hash = m_.hashKey(key);
+   uint32_t slot, found;
+   // Its key's tag, reachable from its home bucket, and not indexed before.
+   return m_.tags[bucket] == bucketTag(hash) && findSlot(key, hash, slot, found) && found == bucket;
+}
+
+void CollectionWriter::repairIndex() {
+   // Every store a writer makes keeps each live key reachable from its home
+   // bucket, and readers rely on that even now, while they probe. So the
+   // index a dead writer left is repaired with the same steps, never
+   // rewritten: first drop the buckets that name no live record, name it a
+   // second time (a move cut short) or hold garbage...
+   for (uint32_t b = 0; b <= m_.bucketMask;) {
+      if (m_.tags[b] != kTagEmpty && !indexedAt(b)) {
+         removeEntry(b); // later entries may move into b: look at it again
+         continue;
+      }
+      ++b;
+   }
+   // ...then index the live records no bucket names (an insert cut short),
+   // and free those whose key another record already has (garbage).
+   std::vector<uint8_t> named(m_.capacity, 0);
+   for (uint32_t b = 0; b <= m_.bucketMask; ++b)
+      if (m_.tags[b] != kTagEmpty) named[m_.slotNumbers[b]] = 1;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
-      if (!m_.slot(i)->live) continue;
+      if (named[i] || loadRelaxed(m_.slot(i)->live) != 1) continue;
       const void* key = m_.slotData(i);
       const uint32_t hash = m_.hashKey(key);
-      uint32_t pos = hash & m_.bucketMask;
-      bool duplicate = false;
-      for (; tags[pos] != kTagEmpty; pos = (pos + 1) & m_.bucketMask)
-         if (std::memcmp(m_.slotData(slots[pos]), key, m_.keySize) == 0) duplicate = true;
-      if (duplicate) {
+      uint32_t slot, bucket;
+      if (findSlot(key, hash, slot, bucket) || bucket == UINT32_MAX) {
          writeSlot(i, nullptr, 0);
          continue;
       }
-      tags[pos] = bucketTag(hash);
-      slots[pos] = static_cast<uint16_t>(i);
-      ++size_;
+      storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(i));
+      storeTag(m_.tags, bucket, bucketTag(hash), std::memory_order_release);
    }
-   const uint32_t seq = m_.header->indexSeq | 1;
-   storeRelaxed(m_.header->indexSeq, seq);
-   releaseFence();
-   for (uint32_t b = 0; b <= m_.bucketMask; ++b) {
-      storeRelaxed(m_.slotNumbers[b], slots[b]);
-      storeTag(m_.tags, b, tags[b], std::memory_order_relaxed);
-   }
-   storeRelease(m_.header->indexSeq, seq + 1);
+   // A removal cut short leaves indexSeq odd.
+   if (m_.header->indexSeq & 1) storeRelease(m_.header->indexSeq, m_.header->indexSeq + 1);
 }
 
 } // namespace Pond

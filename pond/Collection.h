@@ -105,45 +105,15 @@ inline void storeTag(uint8_t* tags, uint32_t pos, uint8_t tag, std::memory_order
    const unsigned shift = 8 * (pos % kTagsPerWord);
    std::atomic_ref<Word>(*w).store((*w & ~(Word(0xff) << shift)) | Word(tag) << shift, order);
 }
-// Which of the buckets pos, pos + 1, ... (wrapping at the end of the index)
-// are empty and which hold tag, as bit masks with bucket pos in bit 0. Each
-// mask may have bits set above its lowest (never below it), so only the
-// lowest bit of either is exact. Bits past the window's last bucket are 0.
-struct TagProbe {
-   uint32_t empties;
-   uint32_t matches;
-};
-#if defined(__SSE2__)
-// The word of tags holding bucket pos (already loaded) and the next word,
-// compared sixteen bytes at a time: at least nine buckets from pos on.
-inline TagProbe probeTags(Word lo, const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
-   const uint32_t next = (pos / kTagsPerWord + 1) & wordMask;
-   const __m128i group = _mm_set_epi64x(static_cast<long long>(loadTagWord(tags, next)), static_cast<long long>(lo));
-   const unsigned shift = pos % kTagsPerWord;
-   const auto mask = [&](__m128i eq) { return static_cast<uint32_t>(_mm_movemask_epi8(eq)) >> shift; };
-   return {mask(_mm_cmpeq_epi8(group, _mm_setzero_si128())),
-           mask(_mm_cmpeq_epi8(group, _mm_set1_epi64x(static_cast<long long>(kTagOnes * tag))))};
+// 0x80 in the lowest zero byte of x, and maybe in bytes above it, never
+// below: the borrow of the subtraction only runs upwards.
+inline Word zeroBytes(Word x) { return (x - kTagOnes) & ~x & kTagHighs; }
+// Of byte masks from zeroBytes: the matches before the first empty bucket.
+// The lowest bit of the result, if any, is exact.
+template <class Mask>
+inline Mask matchesBeforeEmpty(Mask matches, Mask empties) {
+   return matches & ((empties & (Mask(0) - empties)) - 1);
 }
-#else
-// The word of tags holding bucket pos (already loaded) and the next word:
-// one word's worth of buckets from pos on, tested by word arithmetic.
-inline TagProbe probeTags(Word lo, const uint8_t* tags, uint32_t pos, uint32_t wordMask, uint8_t tag) {
-   const uint32_t next = (pos / kTagsPerWord + 1) & wordMask;
-   const unsigned shift = 8 * (pos % kTagsPerWord);
-   const Word hi = loadTagWord(tags, next);
-   const Word window = (lo >> shift) | ((hi << 1) << (8 * kWordSize - 1 - shift));
-   // 0x80 in the lowest zero byte of x (and maybe in bytes above it, never
-   // below): the borrow of the subtraction only runs upwards.
-   const auto zeroBytes = [](Word x) { return (x - kTagOnes) & ~x & kTagHighs; };
-   // One bit per bucket: gather each byte's top bit.
-   const auto gather = [](Word m) {
-      uint32_t out = 0;
-      for (std::size_t i = 0; i < kWordSize; ++i) out |= uint32_t((m >> (8 * i + 7)) & 1) << i;
-      return out;
-   };
-   return {gather(zeroBytes(window)), gather(zeroBytes(window ^ (kTagOnes * tag)))};
-}
-#endif
 
 // A lookup's outcome, returned in registers: the status and, when found,
 // the record's slot and the seq of the version copied.
@@ -177,43 +147,19 @@ template <std::size_t Bytes, class Key>
          if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) return {ReadStatus::found, slot, seq};
          if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return {r, 0, 0};
       }
-      // Not found: true unless entries moved while we probed.
+      // Read across several words of tags: not found is true only if no
+      // entry moved meanwhile.
       acquireFence();
       if (loadRelaxed(m.header->indexSeq) == indexSeq) return {ReadStatus::absent, 0, 0};
    }
    return {ReadStatus::stuck, 0, 0};
 }
 
-// The lookup, compiled for one record and key type so that hashing,
-// comparing and copying are inline and of fixed size. It tests a word of
-// tags at once and reads one slot; anything unusual goes to lookupSlow.
-//
-// A whole copy of a live record of this key is a true answer whatever the
-// index did meanwhile, so a hit never looks at indexSeq; only "absent"
-// needs the index to have held still.
-template <std::size_t Bytes, class Key, class Hash>
-[[gnu::always_inline]] inline Lookup lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out) {
-   const uint32_t hash = hashOf(key);
-   const uint32_t pos = hash & m.bucketMask;
-   const uint8_t tag = bucketTag(hash);
-   uint32_t bucket = pos;
-   // Most keys sit in their home bucket: a predicted branch lets the slot's
-   // loads start before the tags are tested further.
-   const Word home = loadTagWord(m.tags, pos / kTagsPerWord);
-   if (static_cast<uint8_t>(home >> (8 * (pos % kTagsPerWord))) != tag) {
-      const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
-      const TagProbe probe = probeTags(home, m.tags, pos, m.tagWordMask, tag);
-      // Tag matches before the first empty bucket; the lowest one is exact.
-      const uint32_t matches = probe.matches & ((probe.empties & (0u - probe.empties)) - 1);
-      if (matches == 0) {
-         acquireFence();
-         if (probe.empties != 0 && ((indexSeq & 1) | (loadRelaxed(m.header->indexSeq) ^ indexSeq)) == 0)
-            return {ReadStatus::absent, 0, 0};
-         return lookupSlow<Bytes>(m, key, hash, out);
-      }
-      bucket = (pos + static_cast<uint32_t>(std::countr_zero(matches))) & m.bucketMask;
-   }
-   const uint32_t slot = loadRelaxed(m.slotNumbers[bucket]);
+// Reads slot's record into out if it is a live, whole record of key: the
+// end of every lookup that found a tag.
+template <std::size_t Bytes, class Key>
+[[gnu::always_inline]] inline Lookup readFound(const CollectionMap& m, const Key& key, uint32_t hash, uint32_t slot,
+                                               void* out) {
    if (slot >= m.capacity) [[unlikely]]
       return lookupSlow<Bytes>(m, key, hash, out);
    constexpr uint32_t stride = slotStrideFor(Bytes);
@@ -226,6 +172,92 @@ template <std::size_t Bytes, class Key, class Hash>
    if (keyDiff | ((s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1))) [[unlikely]]
       return lookupSlow<Bytes>(m, key, hash, out);
    return {ReadStatus::found, slot, s1};
+}
+
+// The probe past the end of the home bucket's word of tags: two words
+// tested at once, the answer "absent" checked against moving entries.
+template <std::size_t Bytes, class Key>
+[[gnu::noinline]] Lookup lookupWide(const CollectionMap& m, const Key& key, uint32_t hash, void* out) {
+   const uint32_t pos = hash & m.bucketMask;
+   const uint8_t tag = bucketTag(hash);
+   const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
+   const uint32_t word = pos / kTagsPerWord, next = (word + 1) & m.tagWordMask;
+   const Word lo = loadTagWord(m.tags, word), hi = loadTagWord(m.tags, next);
+   uint32_t empties, matches;
+#if defined(__SSE2__)
+   // Sixteen buckets compared at once; at least nine from pos on.
+   const __m128i group = _mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo));
+   const unsigned shift = pos % kTagsPerWord;
+   const auto mask = [&](__m128i eq) { return static_cast<uint32_t>(_mm_movemask_epi8(eq)) >> shift; };
+   empties = mask(_mm_cmpeq_epi8(group, _mm_setzero_si128()));
+   matches = mask(_mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(tag))));
+#else
+   // A word's worth of buckets from pos on, one bit per bucket.
+   const unsigned shift = 8 * (pos % kTagsPerWord);
+   const Word window = (lo >> shift) | ((hi << 1) << (8 * kWordSize - 1 - shift));
+   const auto gather = [](Word x) {
+      uint32_t bits = 0;
+      for (std::size_t i = 0; i < kWordSize; ++i) bits |= uint32_t((x >> (8 * i + 7)) & 1) << i;
+      return bits;
+   };
+   empties = gather(zeroBytes(window));
+   matches = gather(zeroBytes(window ^ (kTagOnes * tag)));
+#endif
+   const uint32_t before = matches & ((empties & (0u - empties)) - 1);
+   if (before == 0) {
+      acquireFence();
+      if (empties != 0 && ((indexSeq & 1) | (loadRelaxed(m.header->indexSeq) ^ indexSeq)) == 0)
+         return {ReadStatus::absent, 0, 0};
+      return lookupSlow<Bytes>(m, key, hash, out);
+   }
+   const uint32_t bucket = (pos + static_cast<uint32_t>(std::countr_zero(before))) & m.bucketMask;
+   return readFound<Bytes>(m, key, hash, loadRelaxed(m.slotNumbers[bucket]), out);
+}
+
+// The lookup, compiled for one record and key type so that hashing,
+// comparing and copying are inline and of fixed size.
+//
+// It loads the word of tags that holds the key's home bucket. One atomic
+// load sees those buckets at one instant, and the writer never empties a
+// bucket in front of a live key (a removal moves later entries back before
+// it empties the last one), so an empty bucket there before any match of
+// the key's tag proves the key absent. A tag match leads to one slot: a
+// whole copy of a live record of this key is a true answer whatever the
+// index did meanwhile. Probes past the word go to lookupWide, anything
+// unusual to lookupSlow.
+template <std::size_t Bytes, class Key, class Hash>
+[[gnu::always_inline]] inline Lookup lookupTyped(const CollectionMap& m, const Key& key, Hash hashOf, void* out) {
+   const uint32_t hash = hashOf(key);
+   const uint32_t pos = hash & m.bucketMask;
+   const uint8_t tag = bucketTag(hash);
+   const unsigned first = pos % kTagsPerWord; // bucket pos's byte in its word
+   const Word word = loadTagWord(m.tags, pos / kTagsPerWord);
+   uint32_t bucket = pos;
+   // Most keys sit in their home bucket: a predicted branch lets the slot's
+   // loads start before the tags are tested further.
+   if (static_cast<uint8_t>(word >> (8 * first)) != tag) {
+      // One bit per bucket from pos to the end of the word.
+#if defined(__SSE2__)
+      const __m128i group = _mm_cvtsi64_si128(static_cast<long long>(word));
+      // (The register's upper half is zero, not empty buckets.)
+      const uint32_t empties = (uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_setzero_si128()))) & 0xff) >> first;
+      const uint32_t matches = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_set1_epi8(char(tag))))) >> first;
+      constexpr unsigned bitsPerBucket = 1;
+#else
+      // Shifted first: zeroBytes is exact only for the lowest zero byte.
+      const Word tags = word >> (8 * first), inWord = kTagHighs >> (8 * first);
+      const Word empties = zeroBytes(tags) & inWord;
+      const Word matches = zeroBytes(tags ^ (kTagOnes * tag)) & inWord;
+      constexpr unsigned bitsPerBucket = 8;
+#endif
+      const auto before = matchesBeforeEmpty(matches, empties);
+      if (before == 0) {
+         if (empties != 0) return {ReadStatus::absent, 0, 0};
+         return lookupWide<Bytes>(m, key, hash, out);
+      }
+      bucket = pos + static_cast<uint32_t>(std::countr_zero(before)) / bitsPerBucket;
+   }
+   return readFound<Bytes>(m, key, hash, loadRelaxed(m.slotNumbers[bucket]), out);
 }
 
 class CollectionReader {
@@ -269,8 +301,8 @@ class CollectionWriter {
    // A new segment: everything empty.
    void initialize();
    // A segment left by an earlier writer: drop records left mid-write,
-   // rebuild the index and the free list from the slots. Returns how many
-   // records survived.
+   // repair the index, rebuild the free list from the slots. Returns how
+   // many records survived.
    uint32_t recover();
 
    // Insert or replace; false (and no change entry) when the stored record
@@ -321,7 +353,7 @@ class CollectionWriter {
          }
          if (t != tag) continue;
          const uint32_t s = m_.slotNumbers[pos];
-         if (sameKey(m_.slotData(s), key)) {
+         if (s < m_.capacity && sameKey(m_.slotData(s), key)) { // garbage is met only in repair
             slot = s;
             bucket = pos;
             return true;
@@ -371,7 +403,9 @@ class CollectionWriter {
    // Empties bucket and moves the entries after it back, so that every
    // entry stays reachable from its home bucket without crossing an empty.
    void removeEntry(uint32_t bucket);
-   void rebuildIndex();
+   // Whether bucket rightly indexes a live record.
+   bool indexedAt(uint32_t bucket) const;
+   void repairIndex();
 
    CollectionMap m_;
    WakeServer* wake_ = nullptr;

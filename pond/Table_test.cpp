@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
+#include <memory>
 #include <random>
 
 #include <sys/mman.h>
@@ -107,6 +109,74 @@ TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
       }
    }
    writer.unlink();
+}
+
+// A writer that died in the middle of changes leaves: a record mid-write,
+// a removal cut short after moving an entry back (that entry twice in the
+// index, indexSeq odd), and an insert cut short before its tag (a live
+// record no bucket names). The next writer repairs the index in place.
+TEST_F(PondTable, ARestartedWriterRepairsAnIndexLeftMidChange) {
+   const TableShape shape = itemShape(64);
+   auto writer = std::make_unique<TableWriter>(path, shape, std::vector{Record<Item>::codec()}, &loop, options);
+   {
+      MapWriter<Item> items(writer->collection(0));
+      for (uint32_t k = 0; k < 40; ++k) items.set(Item::make(k, 1));
+   }
+   int fd = ::shm_open(writer->segmentName().c_str(), O_RDWR, 0);
+   ASSERT_GE(fd, 0);
+   void* p = ::mmap(nullptr, writer->segmentSize(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+   ::close(fd);
+   const SegmentHeader layout = layoutFor(shape);
+   CollectionMap m = CollectionMap::bind(p, layout, 0, &Record<Item>::hash);
+   const uint32_t buckets = m.bucketMask + 1;
+   auto home = [&](uint32_t b) { return m.hashKey(m.slotData(m.slotNumbers[b])) & m.bucketMask; };
+   // A removal of the entry at b cut short: the next entry, displaced, was
+   // copied back into b and not yet taken from its own bucket.
+   uint32_t cut = buckets;
+   for (uint32_t b = 0; b < buckets && cut == buckets; ++b) {
+      const uint32_t n = (b + 1) & m.bucketMask;
+      if (m.tags[b] && m.tags[n] && home(n) != n) cut = b;
+   }
+   ASSERT_LT(cut, buckets) << "no displaced entry to move";
+   const uint32_t next = (cut + 1) & m.bucketMask;
+   const uint32_t removedKey = keyOf<Item>(m.slotData(m.slotNumbers[cut]));
+   const uint32_t movedKey = keyOf<Item>(m.slotData(m.slotNumbers[next]));
+   m.slotNumbers[cut] = m.slotNumbers[next];
+   m.tags[cut] = m.tags[next];
+   m.header->indexSeq |= 1;
+   // A record of another key left mid-write.
+   uint32_t midWriteKey = 0;
+   while (midWriteKey == removedKey || midWriteKey == movedKey) ++midWriteKey;
+   for (uint32_t i = 0; i < m.capacity; ++i)
+      if (m.slot(i)->live && keyOf<Item>(m.slotData(i)) == midWriteKey) m.slot(i)->seq |= 1;
+   // An insert of key 500 cut short before its bucket was written.
+   for (uint32_t i = 0; i < m.capacity; ++i)
+      if (!m.slot(i)->live) {
+         const Item added = Item::make(500, 1);
+         std::memcpy(m.slotData(i), &added, sizeof added);
+         m.slot(i)->live = 1;
+         break;
+      }
+   ::munmap(p, writer->segmentSize());
+
+   writer.reset(); // the flock goes as a dead writer's would
+   TableWriter restarted(path, shape, {Record<Item>::codec()}, &loop, options);
+   EXPECT_TRUE(restarted.recovered());
+   const CollectionReader& view = restarted.view(0);
+   MapReader<Item> items(view);
+   std::set<uint32_t> expected{500};
+   for (uint32_t k = 0; k < 40; ++k)
+      if (k != midWriteKey) expected.insert(k); // the cut-short removal never freed its record
+   for (uint32_t k = 0; k < 600; ++k)
+      EXPECT_EQ(items.find(k).status, expected.count(k) ? ReadStatus::found : ReadStatus::absent) << "key " << k;
+   EXPECT_EQ(items.size(), expected.size());
+   EXPECT_EQ(view.map().header->indexSeq % 2, 0u);
+   // Each record named by exactly one bucket: removing every key empties
+   // the index.
+   MapWriter<Item> w(restarted.collection(0));
+   for (uint32_t k : expected) EXPECT_TRUE(w.del(k)) << "key " << k;
+   for (uint32_t b = 0; b < buckets; ++b) EXPECT_EQ(view.map().tags[b], kTagEmpty) << "bucket " << b;
+   restarted.unlink();
 }
 
 TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
