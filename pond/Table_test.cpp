@@ -76,8 +76,8 @@ TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
 }
 
 // Lookups against a plain model while keys come and go in a small index:
-// probes wrap at its end, cross tombstones, meet tags of other keys and
-// run across index rebuilds.
+// probes wrap at its end, run past the home bucket's word of tags, meet
+// tags of other keys, and clusters shift back on every removal.
 TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
    TableWriter writer(path, itemShape(24, 4096), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
