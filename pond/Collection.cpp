@@ -100,16 +100,8 @@ uint32_t CollectionWriter::recover() {
    size_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       SlotHeader* s = m_.slot(i);
-      uint32_t seq = loadRelaxed(s->seq);
-      if (seq & 1) {
-         // Left mid-write by a writer that died: the record is lost.
-         storeRelaxed(s->live, 0);
-         storeRelease(s->seq, seq + 1);
-      } else if (loadRelaxed(s->live) > 1) {
-         storeRelaxed(s->seq, seq + 1);
-         storeRelaxed(s->live, 0);
-         storeRelease(s->seq, seq + 2);
-      }
+      // Left mid-write by a writer that died: the record is lost.
+      if (s->seq & kSeqWriting) storeRelease(s->seq, nextVersion(s->seq));
    }
    // Change entries left mid-write: close them (they read as overwritten).
    for (uint32_t q = 0; q <= m_.queueMask; ++q) {
@@ -118,7 +110,7 @@ uint32_t CollectionWriter::recover() {
    }
    repairIndex();
    for (uint32_t i = 0; i < m_.capacity; ++i) {
-      if (loadRelaxed(m_.slot(i)->live)) ++size_;
+      if (m_.slot(i)->seq & kSeqLive) ++size_;
       else free_.push_back(i);
    }
    storeRelease(m_.header->size, size_);
@@ -136,15 +128,13 @@ const void* CollectionWriter::find(const void* key) const {
    return findSlot(key, m_.hashKey(key), slot, bucket) ? m_.slotData(slot) : nullptr;
 }
 
-void CollectionWriter::writeSlot(uint32_t slot, const void* record, uint32_t live) {
+void CollectionWriter::writeSlot(uint32_t slot, const void* record, bool live) {
    SlotHeader* s = m_.slot(slot);
-   // Odd while writing, whatever a dead writer left behind.
-   const uint32_t writing = (s->seq + 1) | 1;
-   storeRelaxed(s->seq, writing);
+   const uint32_t next = nextVersion(s->seq);
+   storeRelaxed(s->seq, next | kSeqWriting);
    releaseFence();
-   storeGuarded(s->live, live);
    if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
-   storeRelease(s->seq, writing + 1);
+   storeRelease(s->seq, next | (live ? kSeqLive : 0));
 }
 
 void CollectionWriter::wakeReaders() { wake_->changed(); }
@@ -156,7 +146,7 @@ bool CollectionWriter::upsert(const void* record) {
    uint32_t slot, bucket;
    if (findSlot(record, hash, slot, bucket)) {
       if (std::memcmp(m_.slotData(slot), record, m_.recordSize) == 0) return false;
-      writeSlot(slot, record, 1);
+      writeSlot(slot, record, true);
       enqueue(slot, record);
       return true;
    }
@@ -169,7 +159,7 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
                       std::to_string(m_.capacity) + " records)");
    const uint32_t slot = free_.front();
    free_.pop_front();
-   writeSlot(slot, record, 1);
+   writeSlot(slot, record, true);
    // Published by the tag, once the record and the slot number are in place.
    storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
    storeTag(m_.tags, bucket, bucketTag(hash), std::memory_order_release);
@@ -186,7 +176,7 @@ bool CollectionWriter::remove(const void* key) {
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
    removeEntry(bucket);
-   writeSlot(slot, nullptr, 0);
+   writeSlot(slot, nullptr, false);
    free_.push_back(slot);
    storeRelease(m_.header->size, --size_);
    enqueue(slot, k);
@@ -217,7 +207,7 @@ void CollectionWriter::removeEntry(uint32_t bucket) {
 void CollectionWriter::removeAll() {
    std::vector<unsigned char> key(m_.keySize);
    for (uint32_t i = 0; i < m_.capacity && size_ > 0; ++i) {
-      if (!m_.slot(i)->live) continue;
+      if (!(m_.slot(i)->seq & kSeqLive)) continue;
       std::memcpy(key.data(), m_.slotData(i), m_.keySize);
       remove(key.data());
    }
@@ -231,7 +221,7 @@ void CollectionWriter::notify(const void* key) {
 
 bool CollectionWriter::indexedAt(uint32_t bucket) const {
    const uint32_t s = m_.slotNumbers[bucket];
-   if (s >= m_.capacity || loadRelaxed(m_.slot(s)->live) != 1) return false;
+   if (s >= m_.capacity || !(m_.slot(s)->seq & kSeqLive)) return false;
    const void* key = m_.slotData(s);
    const uint32_t hash = m_.hashKey(key);
    uint32_t slot, found;
@@ -258,12 +248,12 @@ void CollectionWriter::repairIndex() {
    for (uint32_t b = 0; b <= m_.bucketMask; ++b)
       if (m_.tags[b] != kTagEmpty) named[m_.slotNumbers[b]] = 1;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
-      if (named[i] || loadRelaxed(m_.slot(i)->live) != 1) continue;
+      if (named[i] || !(m_.slot(i)->seq & kSeqLive)) continue;
       const void* key = m_.slotData(i);
       const uint32_t hash = m_.hashKey(key);
       uint32_t slot, bucket;
       if (findSlot(key, hash, slot, bucket) || bucket == UINT32_MAX) {
-         writeSlot(i, nullptr, 0);
+         writeSlot(i, nullptr, false);
          continue;
       }
       storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(i));

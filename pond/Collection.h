@@ -71,17 +71,15 @@ inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, st
    SlotHeader* s = m.slot(i);
    for (int spin = 0; spin < kMaxReadSpins; ++spin) {
       uint32_t s1 = loadAcquire(s->seq);
-      if (s1 & 1) {
+      if (s1 & kSeqWriting) {
          cpuRelax();
          continue;
       }
-      uint32_t live = loadGuarded(s->live);
       copyFromShared(out, m.slotData(i), bytes);
       acquireFence();
       if (loadRelaxed(s->seq) != s1) continue;
       seq = s1;
-      if (live > 1) return ReadStatus::corrupt;
-      return live ? ReadStatus::found : ReadStatus::absent;
+      return s1 & kSeqLive ? ReadStatus::found : ReadStatus::absent;
    }
    return ReadStatus::stuck;
 }
@@ -165,11 +163,10 @@ template <std::size_t Bytes, class Key>
    constexpr uint32_t stride = slotStrideFor(Bytes);
    auto* s = reinterpret_cast<SlotHeader*>(m.slots + std::size_t(slot) * stride);
    const uint32_t s1 = loadAcquire(s->seq);
-   const uint32_t live = loadGuarded(s->live);
    const Word keyDiff = copyFromSharedKeyed<Bytes, sizeof(Key)>(out, s + 1, &key);
    acquireFence();
-   // One test for the rare cases: mid-write, rewritten, freed or another key.
-   if (keyDiff | ((s1 & 1) | (loadRelaxed(s->seq) ^ s1) | (live ^ 1))) [[unlikely]]
+   // One test for the rare cases: mid-write, freed, rewritten or another key.
+   if (keyDiff | ((s1 & (kSeqWriting | kSeqLive)) ^ kSeqLive) | (loadRelaxed(s->seq) ^ s1)) [[unlikely]]
       return lookupSlow<Bytes>(m, key, hash, out);
    return {ReadStatus::found, slot, s1};
 }
@@ -334,7 +331,7 @@ class CollectionWriter {
    template <class F>
    void forEachLive(F f) const {
       for (uint32_t i = 0; i < m_.capacity; ++i)
-         if (m_.slot(i)->live) f(static_cast<const void*>(m_.slotData(i)));
+         if (m_.slot(i)->seq & kSeqLive) f(static_cast<const void*>(m_.slotData(i)));
    }
 
  private:
@@ -363,16 +360,16 @@ class CollectionWriter {
       return false;
    }
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
-   void writeSlot(uint32_t slot, const void* record, uint32_t live);
+   void writeSlot(uint32_t slot, const void* record, bool live);
    // A live record rewritten in place.
    template <std::size_t Bytes>
    void writeSlotBytes(uint32_t slot, const void* record) {
       SlotHeader* s = m_.slot(slot);
-      const uint32_t writing = (s->seq + 1) | 1;
-      storeRelaxed(s->seq, writing);
+      const uint32_t next = nextVersion(s->seq);
+      storeRelaxed(s->seq, next | kSeqWriting);
       releaseFence();
       copyToShared(m_.slotData(slot), record, Bytes);
-      storeRelease(s->seq, writing + 1);
+      storeRelease(s->seq, next | kSeqLive);
    }
    // A change entry; inline so that a key size known at compile time
    // (enqueueBytes) makes the copy fixed and unrolled.

@@ -64,11 +64,17 @@ struct SegmentHeader {
 };
 static_assert(sizeof(SegmentHeader) % 8 == 0);
 
-// A slot: a seqlock word (odd while the writer rewrites the slot), whether
-// the slot holds a record, then the record padded to whole words.
+// A slot: a seqlock word, then the record padded to whole words. The word
+// holds the slot's state as well as its version, so that one load tells a
+// reader both: bit 0 is set while the writer rewrites the slot, bit 1 when
+// the slot holds a record, and the bits above count versions.
+constexpr uint32_t kSeqWriting = 1;
+constexpr uint32_t kSeqLive = 2;
+// The first seq of the slot's next version, whatever it holds now.
+constexpr uint32_t nextVersion(uint32_t seq) { return (seq | 3) + 1; }
 struct SlotHeader {
    uint32_t seq;
-   uint32_t live;
+   uint32_t reserved; // zero: keeps the record 8-byte aligned
 };
 static_assert(sizeof(SlotHeader) == 8);
 

@@ -195,7 +195,7 @@ void TableReader::drain(std::size_t c) {
       }
       if (slot != UINT32_MAX) {
          if (slot >= m.capacity) return corrupt("change entry names slot " + std::to_string(slot));
-         sh.seq[slot] = slotSeq | (loadRelaxed(m.slot(slot)->live) ? 1u : 0u);
+         sh.seq[slot] = slotSeq;
          std::memcpy(&sh.keys[std::size_t(slot) * m.keySize], key, m.keySize);
       }
       cursors_[c] = cursor + 1;
@@ -218,10 +218,9 @@ void TableReader::resync(std::size_t c) {
          handler_.onStuck("slot " + std::to_string(i) + " of " + layout_.collections[c].name + " stayed mid-write");
          continue; // the shadow keeps what was reported; a later pass sees the repair
       }
-      if (st == ReadStatus::corrupt) return corrupt("slot " + std::to_string(i) + " is neither live nor free");
       const bool live = st == ReadStatus::found;
       unsigned char* old = &sh.keys[std::size_t(i) * m.keySize];
-      const bool wasLive = sh.seq[i] & 1;
+      const bool wasLive = sh.seq[i] & kSeqLive;
       const bool sameKey = std::memcmp(old, record.data(), m.keySize) == 0;
       if (wasLive && (!live || !sameKey)) {
          alignas(8) unsigned char gone[kMaxKeySize];
@@ -229,11 +228,11 @@ void TableReader::resync(std::size_t c) {
          deliver(c, gone);
          if (corrupt_) return;
       }
-      if (live && (!wasLive || !sameKey || (sh.seq[i] & ~1u) != seq)) {
+      if (live && (!wasLive || !sameKey || sh.seq[i] != seq)) {
          deliver(c, record.data());
          if (corrupt_) return;
       }
-      sh.seq[i] = live ? (seq | 1u) : (seq & ~1u);
+      sh.seq[i] = seq;
       if (live) std::memcpy(old, record.data(), m.keySize);
    }
    cursors_[c] = head;

@@ -148,13 +148,13 @@ TEST_F(PondTable, ARestartedWriterRepairsAnIndexLeftMidChange) {
    uint32_t midWriteKey = 0;
    while (midWriteKey == removedKey || midWriteKey == movedKey) ++midWriteKey;
    for (uint32_t i = 0; i < m.capacity; ++i)
-      if (m.slot(i)->live && keyOf<Item>(m.slotData(i)) == midWriteKey) m.slot(i)->seq |= 1;
+      if ((m.slot(i)->seq & kSeqLive) && keyOf<Item>(m.slotData(i)) == midWriteKey) m.slot(i)->seq |= kSeqWriting;
    // An insert of key 500 cut short before its bucket was written.
    for (uint32_t i = 0; i < m.capacity; ++i)
-      if (!m.slot(i)->live) {
+      if (!(m.slot(i)->seq & kSeqLive)) {
          const Item added = Item::make(500, 1);
          std::memcpy(m.slotData(i), &added, sizeof added);
-         m.slot(i)->live = 1;
+         m.slot(i)->seq = nextVersion(m.slot(i)->seq) | kSeqLive;
          break;
       }
    ::munmap(p, writer->segmentSize());
