@@ -85,13 +85,16 @@ class MapWriter {
    bool open_ = false;
 };
 
+template <class R>
+class MapReader;
+
 // A lookup's outcome: the record when found. The record is copied straight
 // from shared memory into this storage (records are trivially copyable, so
 // the copy creates the object), never default-built first.
 template <class R>
 class Found {
  public:
-   Found() = default;
+   Found() : status(ReadStatus::absent) {}
    Found(ReadStatus s, const R& r) : status(s) { std::memcpy(storage_, &r, sizeof(R)); }
    Found(const Found& o) : status(o.status) {
       if (o) std::memcpy(storage_, o.storage_, sizeof(R));
@@ -102,7 +105,7 @@ class Found {
       return *this;
    }
 
-   ReadStatus status = ReadStatus::absent;
+   ReadStatus status;
    explicit operator bool() const noexcept { return status == ReadStatus::found; }
    const R& operator*() const {
       GANT_ASSERT(status == ReadStatus::found);
@@ -112,6 +115,12 @@ class Found {
    void* storage() noexcept { return storage_; }
 
  private:
+   friend class MapReader<R>;
+   // For a lookup that sets the status once it knows it: the store of a
+   // default status first would not be optimised away across the lookup.
+   struct Pending {};
+   explicit Found(Pending) {}
+
    alignas(R) unsigned char storage_[sizeof(R)];
 };
 
@@ -121,7 +130,7 @@ class MapReader {
    using Key = typename Record<R>::Key;
    explicit MapReader(const CollectionReader& c) : c_(c) {}
    [[gnu::always_inline]] Found<R> find(const Key& k) const {
-      Found<R> f;
+      Found<R> f{typename Found<R>::Pending{}};
       const Lookup l = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
                                               f.storage());
       f.status = l.status;
