@@ -124,7 +124,8 @@ class IpGenPrefix {
    // length sits before the address in the layout.
    std::strong_ordering operator<=>(const IpGenPrefix& o) const noexcept {
       if (auto c = af_ <=> o.af_; c != 0) return c;
-      if (int d = std::memcmp(addr_, o.addr_, sizeof addr_); d != 0) return d <=> 0;
+      static_assert(sizeof addr_ == 16);
+      if (int d = compareBytes16(addr_, o.addr_); d != 0) return d <=> 0;
       return len_ <=> o.len_;
    }
 
