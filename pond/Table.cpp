@@ -113,7 +113,7 @@ bool TableReader::tryMount() {
       // compare it with what we reported (the shadows survive).
       if (!mapSegment()) return false;
       remount_ = false;
-      for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) resync(c);
+      for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) resync(c, Resync::remounted);
       ready_ = true;
       handler_.onReady();
    }
@@ -154,7 +154,7 @@ void TableReader::poll() {
    uint32_t generation = loadAcquire(header()->generation);
    if (generation != generation_) {
       generation_ = generation;
-      for (std::size_t c = 0; c < readers_.size(); ++c) resync(c);
+      for (std::size_t c = 0; c < readers_.size(); ++c) resync(c, Resync::inPlace);
    }
    // A pass leaves the changes queued during it: take those too.
    for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) drain(c);
@@ -177,7 +177,7 @@ void TableReader::drain(std::size_t c) {
    const CollectionMap& m = readers_[c]->map();
    const uint32_t head = loadAcquire(m.header->queueHead);
    uint32_t cursor = cursors_[c];
-   if (head - cursor > m.queueMask + 1) return resync(c);
+   if (head - cursor > m.queueMask + 1) return resync(c, Resync::inPlace);
    alignas(8) unsigned char key[kMaxKeySize];
    Shadow& sh = shadows_[c];
    for (; cursor != head; ++cursor) {
@@ -191,7 +191,7 @@ void TableReader::drain(std::size_t c) {
       if ((lock & 1) || loadRelaxed(e->lock) != lock || sequence != cursor) {
          // Overwritten while we were behind: one pass over the table instead.
          cursors_[c] = cursor;
-         return resync(c);
+         return resync(c, Resync::inPlace);
       }
       if (slot != UINT32_MAX) {
          if (slot >= m.capacity) return corrupt("change entry names slot " + std::to_string(slot));
@@ -204,13 +204,17 @@ void TableReader::drain(std::size_t c) {
    }
 }
 
-void TableReader::resync(std::size_t c) {
+void TableReader::resync(std::size_t c, Resync kind) {
    ++resyncs_;
    const CollectionMap& m = readers_[c]->map();
    const uint32_t head = loadAcquire(m.header->queueHead);
    Shadow& sh = shadows_[c];
    std::vector<unsigned char> record(m.recordSize);
    for (uint32_t i = 0; i < m.capacity; ++i) {
+      // In the segment the shadow was taken from, a slot's seq only grows:
+      // the version already reported needs no copy and no compare. (A new
+      // segment starts its seqs afresh, so there every slot is compared.)
+      if (kind == Resync::inPlace && loadAcquire(m.slot(i)->seq) == sh.seq[i]) continue;
       uint32_t seq = 0;
       ReadStatus st = readers_[c]->readSlot(i, record.data(), &seq);
       if (st == ReadStatus::stuck) {

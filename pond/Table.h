@@ -102,7 +102,10 @@ class TableReader {
    bool tryMount();
    bool mapSegment();
    void retryLater();
-   void resync(std::size_t c);
+   // Whether a resynchronisation compares the shadow with the segment it
+   // was taken from, or with one mapped afresh.
+   enum class Resync : uint8_t { inPlace, remounted };
+   void resync(std::size_t c, Resync kind);
    void drain(std::size_t c);
    void deliver(std::size_t c, const void* key);
    void corrupt(const std::string& what);
