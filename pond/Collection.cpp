@@ -33,7 +33,6 @@ CollectionMap CollectionMap::bind(void* base, const SegmentHeader& layout, uint3
    m.keySize = c.keySize;
    m.capacity = c.capacity;
    m.bucketMask = c.bucketCount - 1;
-   m.tagWordMask = c.bucketCount / kTagsPerWord - 1;
    m.queueMask = c.queueLength - 1;
    m.slotStride = c.slotStride;
    m.queueStride = c.queueStride;
@@ -57,22 +56,19 @@ struct EmptyCollection {
       m.tags = tags;
       m.slotNumbers = slots;
       m.bucketMask = kMinBuckets - 1;
-      m.tagWordMask = kMinBuckets / kTagsPerWord - 1;
       return m;
    }
 };
 } // namespace
 
-CollectionReader::CollectionReader() { unbind(); }
+CollectionReader::CollectionReader() {
+   static EmptyCollection empty;
+   bind(empty.map());
+}
 
 void CollectionReader::bind(const CollectionMap& m) {
    m_ = m;
    validated_.assign(m.capacity, 0);
-}
-
-void CollectionReader::unbind() {
-   static EmptyCollection empty;
-   bind(empty.map());
 }
 
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
@@ -160,9 +156,7 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
    const uint32_t slot = free_.front();
    free_.pop_front();
    writeSlot(slot, record, true);
-   // Published by the tag, once the record and the slot number are in place.
-   storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
-   storeTag(m_.tags, bucket, bucketTag(hash), std::memory_order_release);
+   setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
    storeRelease(m_.header->size, ++size_);
    enqueue(slot, record);
    return true;
@@ -196,8 +190,7 @@ void CollectionWriter::removeEntry(uint32_t bucket) {
       // The entry may fill the hole unless its home lies after the hole
       // (cyclically, up to the entry itself).
       if (((pos - home) & m_.bucketMask) < ((pos - hole) & m_.bucketMask)) continue;
-      storeRelaxed(m_.slotNumbers[hole], m_.slotNumbers[pos]);
-      storeTag(m_.tags, hole, m_.tags[pos], std::memory_order_release);
+      setBucket(hole, s, m_.tags[pos]);
       hole = pos;
    }
    storeTag(m_.tags, hole, kTagEmpty, std::memory_order_release);
@@ -256,8 +249,7 @@ void CollectionWriter::repairIndex() {
          writeSlot(i, nullptr, false);
          continue;
       }
-      storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(i));
-      storeTag(m_.tags, bucket, bucketTag(hash), std::memory_order_release);
+      setBucket(bucket, i, bucketTag(hash));
    }
    // A removal cut short leaves indexSeq odd.
    if (m_.header->indexSeq & 1) storeRelease(m_.header->indexSeq, m_.header->indexSeq + 1);

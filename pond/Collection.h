@@ -10,7 +10,7 @@
 #include "pond/WordCopy.h"
 
 #include <bit>
-#if defined(__SSE2__)
+#if defined(__SSE2__) && defined(__x86_64__)
 #include <emmintrin.h>
 #endif
 #include <cstdint>
@@ -43,7 +43,7 @@ struct CollectionMap {
    uint16_t* slotNumbers = nullptr; // and the slot it names
    unsigned char* queue = nullptr;
    uint32_t recordSize = 0, keySize = 0, capacity = 0;
-   uint32_t bucketMask = 0, tagWordMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
+   uint32_t bucketMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
    KeyHash hashKey = nullptr;
 
    static CollectionMap bind(void* base, const SegmentHeader& layout, uint32_t i, KeyHash hash);
@@ -106,11 +106,36 @@ inline void storeTag(uint8_t* tags, uint32_t pos, uint8_t tag, std::memory_order
 // 0x80 in the lowest zero byte of x, and maybe in bytes above it, never
 // below: the borrow of the subtraction only runs upwards.
 inline Word zeroBytes(Word x) { return (x - kTagOnes) & ~x & kTagHighs; }
-// Of byte masks from zeroBytes: the matches before the first empty bucket.
-// The lowest bit of the result, if any, is exact.
-template <class Mask>
-inline Mask matchesBeforeEmpty(Mask matches, Mask empties) {
-   return matches & ((empties & (Mask(0) - empties)) - 1);
+
+// Which buckets from byte `first` of the tag word lo on (then on through
+// the next word, hi) are empty and which hold tag. Only the lowest set bit
+// of either mask is sure to be exact.
+#if defined(__SSE2__) && defined(__x86_64__)
+using TagMask = uint32_t; // a bit per bucket
+constexpr unsigned kMaskBitsPerBucket = 1;
+inline void tagMasks(Word lo, Word hi, unsigned first, uint8_t tag, TagMask& empties, TagMask& matches) {
+   const __m128i group = _mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo));
+   empties = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_setzero_si128()))) >> first;
+   matches = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_set1_epi8(char(tag))))) >> first;
+}
+// The mask's buckets that lie in lo.
+inline TagMask restOfWord(unsigned first) { return 0xffu >> first; }
+#else
+using TagMask = Word; // 0x80 in the byte of each bucket
+constexpr unsigned kMaskBitsPerBucket = 8;
+inline void tagMasks(Word lo, Word hi, unsigned first, uint8_t tag, TagMask& empties, TagMask& matches) {
+   // Shifted first: zeroBytes is exact only for the lowest zero byte.
+   const Word window = (lo >> (8 * first)) | ((hi << 1) << (8 * kWordSize - 1 - 8 * first));
+   empties = zeroBytes(window);
+   matches = zeroBytes(window ^ (kTagOnes * tag));
+}
+inline TagMask restOfWord(unsigned first) { return kTagHighs >> (8 * first); }
+#endif
+
+// Of masks from tagMasks: the matches before the first empty bucket. The
+// lowest bit of the result, if any, is exact.
+inline TagMask matchesBeforeEmpty(TagMask matches, TagMask empties) {
+   return matches & ((empties & (TagMask(0) - empties)) - 1);
 }
 
 // A lookup's outcome, returned in registers: the status and, when found,
@@ -178,36 +203,18 @@ template <std::size_t Bytes, class Key>
    const uint32_t pos = hash & m.bucketMask;
    const uint8_t tag = bucketTag(hash);
    const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
-   const uint32_t word = pos / kTagsPerWord, next = (word + 1) & m.tagWordMask;
-   const Word lo = loadTagWord(m.tags, word), hi = loadTagWord(m.tags, next);
-   uint32_t empties, matches;
-#if defined(__SSE2__)
-   // Sixteen buckets compared at once; at least nine from pos on.
-   const __m128i group = _mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo));
-   const unsigned shift = pos % kTagsPerWord;
-   const auto mask = [&](__m128i eq) { return static_cast<uint32_t>(_mm_movemask_epi8(eq)) >> shift; };
-   empties = mask(_mm_cmpeq_epi8(group, _mm_setzero_si128()));
-   matches = mask(_mm_cmpeq_epi8(group, _mm_set1_epi8(static_cast<char>(tag))));
-#else
-   // A word's worth of buckets from pos on, one bit per bucket.
-   const unsigned shift = 8 * (pos % kTagsPerWord);
-   const Word window = (lo >> shift) | ((hi << 1) << (8 * kWordSize - 1 - shift));
-   const auto gather = [](Word x) {
-      uint32_t bits = 0;
-      for (std::size_t i = 0; i < kWordSize; ++i) bits |= uint32_t((x >> (8 * i + 7)) & 1) << i;
-      return bits;
-   };
-   empties = gather(zeroBytes(window));
-   matches = gather(zeroBytes(window ^ (kTagOnes * tag)));
-#endif
-   const uint32_t before = matches & ((empties & (0u - empties)) - 1);
+   // The words are wrapped at the end of the index.
+   const uint32_t word = pos / kTagsPerWord, next = (word + 1) & (m.bucketMask / kTagsPerWord);
+   TagMask empties, matches;
+   tagMasks(loadTagWord(m.tags, word), loadTagWord(m.tags, next), pos % kTagsPerWord, tag, empties, matches);
+   const TagMask before = matchesBeforeEmpty(matches, empties);
    if (before == 0) {
       acquireFence();
       if (empties != 0 && ((indexSeq & 1) | (loadRelaxed(m.header->indexSeq) ^ indexSeq)) == 0)
          return {ReadStatus::absent, 0, 0};
       return lookupSlow<Bytes>(m, key, hash, out);
    }
-   const uint32_t bucket = (pos + static_cast<uint32_t>(std::countr_zero(before))) & m.bucketMask;
+   const uint32_t bucket = (pos + static_cast<uint32_t>(std::countr_zero(before)) / kMaskBitsPerBucket) & m.bucketMask;
    return readFound<Bytes>(m, key, hash, loadRelaxed(m.slotNumbers[bucket]), out);
 }
 
@@ -233,26 +240,17 @@ template <std::size_t Bytes, class Key, class Hash>
    // Most keys sit in their home bucket: a predicted branch lets the slot's
    // loads start before the tags are tested further.
    if (static_cast<uint8_t>(word >> (8 * first)) != tag) {
-      // One bit per bucket from pos to the end of the word.
-#if defined(__SSE2__)
-      const __m128i group = _mm_cvtsi64_si128(static_cast<long long>(word));
-      // (The register's upper half is zero, not empty buckets.)
-      const uint32_t empties = (uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_setzero_si128()))) & 0xff) >> first;
-      const uint32_t matches = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(group, _mm_set1_epi8(char(tag))))) >> first;
-      constexpr unsigned bitsPerBucket = 1;
-#else
-      // Shifted first: zeroBytes is exact only for the lowest zero byte.
-      const Word tags = word >> (8 * first), inWord = kTagHighs >> (8 * first);
-      const Word empties = zeroBytes(tags) & inWord;
-      const Word matches = zeroBytes(tags ^ (kTagOnes * tag)) & inWord;
-      constexpr unsigned bitsPerBucket = 8;
-#endif
-      const auto before = matchesBeforeEmpty(matches, empties);
+      // The buckets from pos to the end of the word (a zero next word
+      // holds no tag, so only the empties need clipping to the word).
+      TagMask empties, matches;
+      tagMasks(word, 0, first, tag, empties, matches);
+      empties &= restOfWord(first);
+      const TagMask before = matchesBeforeEmpty(matches, empties);
       if (before == 0) {
          if (empties != 0) return {ReadStatus::absent, 0, 0};
          return lookupWide<Bytes>(m, key, hash, out);
       }
-      bucket = pos + static_cast<uint32_t>(std::countr_zero(before)) / bitsPerBucket;
+      bucket = pos + static_cast<uint32_t>(std::countr_zero(before)) / kMaskBitsPerBucket;
    }
    return readFound<Bytes>(m, key, hash, loadRelaxed(m.slotNumbers[bucket]), out);
 }
@@ -264,9 +262,6 @@ class CollectionReader {
    explicit CollectionReader(const CollectionMap& m) { bind(m); }
    // Points the reader at a (new) mapping of its collection.
    void bind(const CollectionMap& m);
-   // Back to answering "absent".
-   void unbind();
-   bool bound() const noexcept { return m_.capacity != 0; }
 
    // Whether the record version (slot, seq) was already found valid, so a
    // warm lookup validates each version once. A reader-private cache.
@@ -397,6 +392,12 @@ class CollectionWriter {
    // A new key: takes a free slot and publishes it at bucket.
    bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
    void enqueue(uint32_t slot, const void* key);
+   // Points bucket at slot: the slot number first, then the tag that
+   // publishes it (a reader that sees the tag sees the number).
+   void setBucket(uint32_t bucket, uint32_t slot, uint8_t tag) {
+      storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
+      storeTag(m_.tags, bucket, tag, std::memory_order_release);
+   }
    // Empties bucket and moves the entries after it back, so that every
    // entry stays reachable from its home bucket without crossing an empty.
    void removeEntry(uint32_t bucket);
