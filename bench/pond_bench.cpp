@@ -65,51 +65,76 @@ Map mapOfRoutes() {
    return m;
 }
 
-std::vector<IpGenRouteKey> probeKeys(bool present) {
+// The keys a lookup benchmark probes, in a fixed random order:
+//  - every route: each of the table's 12000 routes (or 12000 absent keys)
+//    once per pass, the table's whole working set;
+//  - hot subset: 4096 draws that touch about 3500 routes, a working set
+//    that fits the second-level cache, where instruction counts decide.
+enum class Probes { everyRoute, hotSubset };
+
+std::vector<IpGenRouteKey> probeKeys(Probes probes, bool present) {
+   const uint32_t base = present ? 0 : kRoutes;
    std::vector<IpGenRouteKey> v;
    std::mt19937 rng(7);
-   for (int i = 0; i < 4096; ++i) v.push_back(routeKey(present ? rng() % kRoutes : kRoutes + rng() % kRoutes));
+   if (probes == Probes::everyRoute) {
+      for (uint32_t i = 0; i < kRoutes; ++i) v.push_back(routeKey(base + i));
+      std::shuffle(v.begin(), v.end(), rng);
+   } else {
+      for (int i = 0; i < 4096; ++i) v.push_back(routeKey(base + rng() % kRoutes));
+   }
    return v;
 }
 
-void BM_LookupHit_UnorderedMap(benchmark::State& state) {
-   Map m = mapOfRoutes();
-   auto keys = probeKeys(true);
+// Cycles through the probe keys, the same way for both structures.
+struct ProbeCycle {
+   std::vector<IpGenRouteKey> keys;
    std::size_t i = 0;
+   const IpGenRouteKey& next() {
+      const IpGenRouteKey& k = keys[i];
+      if (++i == keys.size()) i = 0;
+      return k;
+   }
+};
+
+void BM_LookupHit_UnorderedMap(benchmark::State& state, Probes probes) {
+   Map m = mapOfRoutes();
+   ProbeCycle keys{probeKeys(probes, true)};
    for (auto _ : state) {
-      auto it = m.find(keys[i++ & 4095]);
+      auto it = m.find(keys.next());
       Route copy = it->second;
       benchmark::DoNotOptimize(copy);
    }
 }
-BENCHMARK(BM_LookupHit_UnorderedMap);
 
-void BM_LookupHit_SharedTable(benchmark::State& state) {
+void BM_LookupHit_SharedTable(benchmark::State& state, Probes probes) {
    RouteTables t;
-   auto keys = probeKeys(true);
-   std::size_t i = 0;
+   ProbeCycle keys{probeKeys(probes, true)};
    for (auto _ : state) {
-      auto f = t.reader->route(keys[i++ & 4095]);
+      auto f = t.reader->route(keys.next());
       benchmark::DoNotOptimize(f);
    }
 }
-BENCHMARK(BM_LookupHit_SharedTable);
 
-void BM_LookupMiss_UnorderedMap(benchmark::State& state) {
+void BM_LookupMiss_UnorderedMap(benchmark::State& state, Probes probes) {
    Map m = mapOfRoutes();
-   auto keys = probeKeys(false);
-   std::size_t i = 0;
-   for (auto _ : state) benchmark::DoNotOptimize(m.find(keys[i++ & 4095]) == m.end());
+   ProbeCycle keys{probeKeys(probes, false)};
+   for (auto _ : state) benchmark::DoNotOptimize(m.find(keys.next()) == m.end());
 }
-BENCHMARK(BM_LookupMiss_UnorderedMap);
 
-void BM_LookupMiss_SharedTable(benchmark::State& state) {
+void BM_LookupMiss_SharedTable(benchmark::State& state, Probes probes) {
    RouteTables t;
-   auto keys = probeKeys(false);
-   std::size_t i = 0;
-   for (auto _ : state) benchmark::DoNotOptimize(t.reader->route(keys[i++ & 4095]).status);
+   ProbeCycle keys{probeKeys(probes, false)};
+   for (auto _ : state) benchmark::DoNotOptimize(t.reader->route(keys.next()).status);
 }
-BENCHMARK(BM_LookupMiss_SharedTable);
+
+BENCHMARK_CAPTURE(BM_LookupHit_UnorderedMap, every_route, Probes::everyRoute);
+BENCHMARK_CAPTURE(BM_LookupHit_SharedTable, every_route, Probes::everyRoute);
+BENCHMARK_CAPTURE(BM_LookupMiss_UnorderedMap, every_route, Probes::everyRoute);
+BENCHMARK_CAPTURE(BM_LookupMiss_SharedTable, every_route, Probes::everyRoute);
+BENCHMARK_CAPTURE(BM_LookupHit_UnorderedMap, hot_subset, Probes::hotSubset);
+BENCHMARK_CAPTURE(BM_LookupHit_SharedTable, hot_subset, Probes::hotSubset);
+BENCHMARK_CAPTURE(BM_LookupMiss_UnorderedMap, hot_subset, Probes::hotSubset);
+BENCHMARK_CAPTURE(BM_LookupMiss_SharedTable, hot_subset, Probes::hotSubset);
 
 // Rewrites of present routes, for both write benchmarks.
 std::vector<Route> rewrites() {
