@@ -14,7 +14,7 @@ namespace Pond {
 
 Segment::Segment(Segment&& o) noexcept
     : name_(std::move(o.name_)), fd_(std::move(o.fd_)), base_(std::exchange(o.base_, nullptr)),
-      size_(std::exchange(o.size_, 0)), writable_(o.writable_) {}
+      size_(std::exchange(o.size_, 0)), writable_(o.writable_), guard_(std::move(o.guard_)) {}
 
 Segment& Segment::operator=(Segment&& o) noexcept {
    if (this != &o) {
@@ -24,6 +24,7 @@ Segment& Segment::operator=(Segment&& o) noexcept {
       base_ = std::exchange(o.base_, nullptr);
       size_ = std::exchange(o.size_, 0);
       writable_ = o.writable_;
+      guard_ = std::move(o.guard_);
    }
    return *this;
 }
@@ -31,6 +32,7 @@ Segment& Segment::operator=(Segment&& o) noexcept {
 Segment::~Segment() { release(); }
 
 void Segment::release() noexcept {
+   guard_.reset(); // before the range can be mapped again by anyone
    if (base_) Sys::calls().munmap(base_, size_);
    base_ = nullptr;
    size_ = 0;
@@ -81,6 +83,7 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
    Sys::Result m = sys.mmap(nullptr, size, PROT_READ, MAP_SHARED, s.fd_.get(), 0);
    s.base_ = reinterpret_cast<void*>(Sys::check(m, "mmap"));
    s.size_ = size;
+   s.guard_ = std::make_unique<TruncationGuard>(s.base_, size);
    return s;
 }
 

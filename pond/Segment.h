@@ -2,11 +2,13 @@
 // One POSIX shared-memory object, mapped. The writer creates or re-opens it
 // read-write; readers open it read-only, so that nothing a reader does can
 // change it.
+#include "pond/TruncationGuard.h"
 #include "sys/Fd.h"
 
 #include <sys/types.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 namespace Pond {
@@ -26,7 +28,8 @@ class Segment {
    static Segment openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created);
    // A reader's side: opens read-only and maps all there is, refusing an
    // object smaller than minSize (the header, say). Throws Gant::ErrnoError, or
-   // std::runtime_error for a short object.
+   // std::runtime_error for a short object. The mapping is guarded: should
+   // the object shrink later, reads past its end see zeros, not SIGBUS.
    static Segment openForReader(const std::string& name, std::size_t minSize);
 
    void* base() const noexcept { return base_; }
@@ -34,6 +37,10 @@ class Segment {
    int fd() const noexcept { return fd_.get(); }
    const std::string& name() const noexcept { return name_; }
    bool writable() const noexcept { return writable_; }
+   // A reader's mapping lost pages to a truncation (zeros stand in for them).
+   bool truncated() const noexcept { return guard_ && guard_->tripped(); }
+   // Readable once truncated(); -1 when the mapping is not guarded.
+   int truncationFd() const noexcept { return guard_ ? guard_->fd() : -1; }
 
    // Removes the name; mappings stay valid until unmapped.
    static void unlink(const std::string& name);
@@ -46,6 +53,7 @@ class Segment {
    void* base_ = nullptr;
    std::size_t size_ = 0;
    bool writable_ = false;
+   std::unique_ptr<TruncationGuard> guard_;
 };
 
 } // namespace Pond

@@ -139,7 +139,9 @@ bool TableReader::mapSegment() {
       corrupt("segment " + name_ + " does not match: " + why);
       return false;
    }
+   truncation_.reset();
    segment_ = std::move(s);
+   if (segment_.truncationFd() >= 0) truncation_ = loop_.watchReadable(segment_.truncationFd(), [this] { truncated(); });
    corrupt_ = false;
    for (uint32_t c = 0; c < layout_.collectionCount; ++c)
       readers_[c]->bind(CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash));
@@ -149,6 +151,7 @@ bool TableReader::mapSegment() {
 
 void TableReader::poll() {
    if (!mounted() || corrupt_) return;
+   if (segment_.truncated()) return truncated();
    if (!magicOk(header())) return corrupt("segment " + name_ + " lost its magic");
    uint32_t seen = loadAcquire(header()->changes);
    uint32_t generation = loadAcquire(header()->generation);
@@ -165,6 +168,13 @@ void TableReader::deliver(std::size_t c, const void* key) {
    if (codecs_[c].validKey && !codecs_[c].validKey(key))
       return corrupt("an invalid key in collection " + std::string(layout_.collections[c].name));
    handler_.onChange(c, key);
+}
+
+// The segment shrank under the mapping: what was cut off reads as zeros,
+// which no writer wrote, so the table is reported like any corruption.
+void TableReader::truncated() {
+   truncation_.reset();
+   if (!corrupt_) corrupt("segment " + name_ + " was truncated under its reader");
 }
 
 void TableReader::corrupt(const std::string& what) {

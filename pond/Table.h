@@ -109,6 +109,7 @@ class TableReader {
    void drain(std::size_t c);
    void deliver(std::size_t c, const void* key);
    void corrupt(const std::string& what);
+   void truncated();
    const SegmentHeader* header() const noexcept { return static_cast<const SegmentHeader*>(segment_.base()); }
 
    std::string name_;
@@ -122,6 +123,7 @@ class TableReader {
    std::vector<uint32_t> cursors_;
    WakeClient wake_;
    Loop::Timer retry_;
+   Loop::Watch truncation_;
    uint32_t generation_ = 0;
    bool ready_ = false;
    bool corrupt_ = false;

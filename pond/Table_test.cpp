@@ -265,6 +265,29 @@ TEST_F(PondTable, ATruncatedSegmentIsRefused) {
    writer.unlink();
 }
 
+TEST_F(PondTable, ASegmentTruncatedUnderItsReaderIsReportedNotFatal) {
+   TableWriter writer(path, itemShape(1024), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   for (uint32_t k = 0; k < 20; ++k) items.set(Item::make(k, 1));
+   Recorder rec;
+   TableReader reader(path, itemShape(1024), {Record<Item>::codec()}, loop, rec, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   MapReader<Item> view(reader.collection(0));
+   ASSERT_TRUE(view.find(3));
+   // Another process cuts the segment back to its first page, which keeps
+   // the header this process's writer still reads; the index goes.
+   int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
+   ASSERT_GE(fd, 0);
+   ASSERT_EQ(::ftruncate(fd, ::sysconf(_SC_PAGESIZE)), 0);
+   ::close(fd);
+   for (uint32_t k = 0; k < 20; ++k) EXPECT_NE(view.find(k).status, ReadStatus::found) << k;
+   EXPECT_TRUE(rec.corrupt.empty()) << "reported from the loop, not from the signal handler";
+   settle();
+   ASSERT_EQ(rec.corrupt.size(), 1u);
+   EXPECT_EQ(rec.corrupt[0], "segment " + writer.segmentName() + " was truncated under its reader");
+   writer.unlink();
+}
+
 TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
