@@ -153,7 +153,6 @@ void BM_BurstWakeups(benchmark::State& state) {
       if (!seen.ok) state.SkipWithError("reader failed");
       state.counters["changes"] = double(seen.changes);
       state.counters["wakeups"] = double(seen.wakeups);
-      state.counters["wake_messages"] = double(seen.wakeMessages);
    }
 }
 BENCHMARK(BM_BurstWakeups)->Iterations(1)->Unit(benchmark::kMicrosecond);

@@ -91,7 +91,6 @@ class TableReader {
    // Delivers the changes waiting now (wake-ups do this by themselves).
    void poll();
    uint64_t wakeups() const noexcept { return wake_.wakeups(); }
-   uint64_t wakeBytes() const noexcept { return wake_.wakeBytes(); }
    uint64_t resyncs() const noexcept { return resyncs_; }
 
  private:

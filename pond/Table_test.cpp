@@ -1,6 +1,7 @@
 // The table framework in one process: writer and readers on real shared
 // memory and real sockets, driven by a real epoll loop.
 #include "pond/testlib/Fixture.h"
+#include "sys/Calls.h"
 
 #include <gtest/gtest.h>
 
@@ -262,6 +263,28 @@ TEST_F(PondTable, ATruncatedSegmentIsRefused) {
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
    EXPECT_NE(rec.corrupt[0].find("truncated"), std::string::npos) << rec.corrupt[0];
+   writer.unlink();
+}
+
+// A writer that cannot make a reader's wake pipe (out of descriptors, say)
+// wakes that reader over its connection instead.
+struct NoPipes : Sys::Calls {
+   Sys::Result pipe2(int*, int) override { return {-1, EMFILE}; }
+};
+
+TEST_F(PondTable, WithoutAWakePipeTheConnectionCarriesTheWakes) {
+   NoPipes noPipes;
+   Sys::ScopedCalls scope(noPipes);
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   Recorder rec;
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+   loop.runUntil([&] { return reader.ready() && writer.armedReaders() == 1; }, 5);
+   ASSERT_EQ(writer.armedReaders(), 1u);
+   items.set(Item::make(5, 1));
+   settle();
+   EXPECT_EQ(rec.changed, (std::vector<uint32_t>{5}));
+   EXPECT_EQ(reader.wakeups(), 1u);
    writer.unlink();
 }
 

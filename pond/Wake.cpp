@@ -4,8 +4,10 @@
 #include "gant/Hash.h"
 #include "sys/Calls.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 
 #include <cstdio>
@@ -14,6 +16,32 @@
 namespace Pond {
 
 namespace {
+
+// Creates a reader's wake pipe and hands its read end over the reader's
+// connection. Returns the write end, or an empty Fd when either step failed
+// (wakes then go over the connection itself).
+Sys::Fd handPipe(int conn) {
+   Sys::Calls& sys = Sys::calls();
+   int fds[2];
+   if (!sys.pipe2(fds, O_NONBLOCK | O_CLOEXEC).ok()) return {};
+   Sys::Fd readEnd(fds[0]), writeEnd(fds[1]);
+   char tag = 'p';
+   iovec iov{&tag, 1};
+   alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
+   msghdr msg{};
+   msg.msg_iov = &iov;
+   msg.msg_iovlen = 1;
+   msg.msg_control = control;
+   msg.msg_controllen = sizeof control;
+   cmsghdr* c = CMSG_FIRSTHDR(&msg);
+   c->cmsg_level = SOL_SOCKET;
+   c->cmsg_type = SCM_RIGHTS;
+   c->cmsg_len = CMSG_LEN(sizeof(int));
+   const int fd = readEnd.get();
+   std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
+   if (!sys.sendmsg(conn, &msg, MSG_DONTWAIT | MSG_NOSIGNAL).ok()) return {};
+   return writeEnd;
+}
 
 sockaddr_un address(const std::string& path) {
    sockaddr_un a{};
@@ -63,6 +91,7 @@ void WakeServer::accept() {
       conns_.emplace_back();
       auto it = std::prev(conns_.end());
       it->fd.reset(static_cast<int>(r.value));
+      it->wakePipe = handPipe(it->fd.get());
       it->watch = loop_.watchReadable(it->fd.get(), [this, it] { onReader(it); });
    }
 }
@@ -95,8 +124,10 @@ void WakeServer::wake(Conn& c) {
       c.armed = false;
       --armed_;
    }
+   // A full pipe or socket already holds a wake the reader has not read.
    char byte = 1;
-   Sys::calls().sendto(c.fd.get(), &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+   if (c.wakePipe) Sys::calls().write(c.wakePipe.get(), &byte, 1);
+   else Sys::calls().sendto(c.fd.get(), &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
 }
 
 void WakeServer::wakeArmed() {
@@ -128,27 +159,62 @@ void WakeClient::ack(uint32_t count) {
    if (!r.ok() && r.err != EAGAIN) drop();
 }
 
+// The connection carries the wake pipe (a message with a descriptor), or
+// wakes themselves when the writer could not make one.
 void WakeClient::onReadable() {
-   bool woken = false;
-   for (;;) {
-      char buf[64];
-      Sys::Result r = Sys::calls().recvfrom(fd_.get(), buf, sizeof buf, MSG_DONTWAIT, nullptr, nullptr);
-      if (r.ok() && r.value > 0) {
-         woken = true;
-         ++wakeBytes_;
-         continue;
+   char buf[64];
+   iovec iov{buf, sizeof buf};
+   alignas(cmsghdr) unsigned char control[CMSG_SPACE(4 * sizeof(int))];
+   msghdr msg{};
+   msg.msg_iov = &iov;
+   msg.msg_iovlen = 1;
+   msg.msg_control = control;
+   msg.msg_controllen = sizeof control;
+   Sys::Result r = Sys::calls().recvmsg(fd_.get(), &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+   if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) return;
+   if (!r.ok() || r.value == 0) return drop(); // end of stream: the writer is gone
+   bool handed = false;
+   for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
+      if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS) continue;
+      const std::size_t n = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+      for (std::size_t i = 0; i < n; ++i) {
+         int fd;
+         std::memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof fd);
+         adoptPipe(fd);
       }
-      if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) break;
-      drop(); // end of stream: the writer is gone
-      return;
+      handed = true;
    }
-   if (woken) {
-      ++wakeups_;
-      onWake_();
-   }
+   if (!handed) woken();
+}
+
+// Keeps the first pipe read end the writer hands over; closes anything else.
+void WakeClient::adoptPipe(int fd) {
+   Sys::Fd received(fd);
+   struct stat st{};
+   if (pipe_ || !Sys::calls().fstat(fd, &st).ok() || !S_ISFIFO(st.st_mode)) return;
+   if (!Sys::calls().fcntl(fd, F_SETFL, O_NONBLOCK).ok()) return;
+   pipe_ = std::move(received);
+   pipeWatch_ = loop_.watchReadable(pipe_.get(), [this] { onPipe(); });
+}
+
+// One read takes every wake byte waiting: one wake-up per sleep, however
+// many the writer sent.
+void WakeClient::onPipe() {
+   char buf[64];
+   Sys::Result r = Sys::calls().read(pipe_.get(), buf, sizeof buf);
+   if (r.ok() && r.value > 0) return woken();
+   if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) return;
+   drop(); // the writer closed its end: it is gone
+}
+
+void WakeClient::woken() {
+   ++wakeups_;
+   onWake_();
 }
 
 void WakeClient::drop() {
+   pipeWatch_.reset();
+   pipe_.reset();
    watch_.reset();
    fd_.reset();
    onGone_();

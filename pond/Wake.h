@@ -1,11 +1,14 @@
 #pragma once
 // Waking readers in other processes. The writer listens on a Unix
-// seqpacket socket beside the segment; each reader connects. A reader that
-// has caught up sends the change count it has seen ("ack") and is then armed;
-// the writer sends an armed reader one wake byte at the next change and
-// disarms it. So a burst of changes costs each sleeping reader one wake-up,
-// and a reader never writes to shared memory. The connection also tells a
-// reader that its writer died: the kernel closes it.
+// seqpacket socket beside the segment; each reader connects and is handed,
+// over the connection, the read end of a pipe of its own. A reader that has
+// caught up sends the change count it has seen ("ack") and is then armed;
+// the writer writes one wake byte to an armed reader's pipe at the next
+// change and disarms it. So a burst of changes costs each sleeping reader one
+// wake-up, and a reader never writes to shared memory. A pipe write is the
+// cheapest wake-up there is, and the reader holds only the read end, so it
+// cannot make the writer's non-blocking write block. The connection also
+// tells a reader that its writer died: the kernel closes it.
 #include "loop/EventLoop.h"
 #include "sys/Fd.h"
 
@@ -40,6 +43,7 @@ class WakeServer {
  private:
    struct Conn {
       Sys::Fd fd;
+      Sys::Fd wakePipe; // the write end; the socket carries wakes without one
       Loop::Watch watch;
       bool armed = false;
    };
@@ -68,13 +72,14 @@ class WakeClient {
    bool connected() const noexcept { return fd_.valid(); }
    // "I have seen every change up to count; wake me at the next."
    void ack(uint32_t count);
+   // Wake messages received, each one run of onWake.
    uint64_t wakeups() const noexcept { return wakeups_; }
-   // Wake messages received; more than wakeups() would mean a burst cost a
-   // sleeping reader more than one.
-   uint64_t wakeBytes() const noexcept { return wakeBytes_; }
 
  private:
    void onReadable();
+   void onPipe();
+   void adoptPipe(int fd);
+   void woken();
    void drop();
 
    std::string path_;
@@ -82,8 +87,9 @@ class WakeClient {
    std::function<void()> onWake_, onGone_;
    Sys::Fd fd_;
    Loop::Watch watch_;
+   Sys::Fd pipe_;
+   Loop::Watch pipeWatch_;
    uint64_t wakeups_ = 0;
-   uint64_t wakeBytes_ = 0;
 };
 
 } // namespace Pond

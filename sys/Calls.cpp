@@ -103,6 +103,10 @@ Result Calls::eventfd(unsigned initialValue, int flags) {
    return retryEintr([&] { return ::eventfd(initialValue, flags); });
 }
 
+Result Calls::pipe2(int fds[2], int flags) {
+   return retryEintr([&] { return ::pipe2(fds, flags); });
+}
+
 Result Calls::shm_open(const char* name, int flags, mode_t mode) {
    return retryEintr([&] { return ::shm_open(name, flags, mode); });
 }

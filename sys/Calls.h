@@ -68,6 +68,7 @@ class Calls {
    // than asked; callers bound their waits by the clock, not by this call.
    virtual Result epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeoutMs);
    virtual Result eventfd(unsigned initialValue, int flags);
+   virtual Result pipe2(int fds[2], int flags);
 
    // Shared memory.
    virtual Result shm_open(const char* name, int flags, mode_t mode);

@@ -23,9 +23,9 @@ BurstSeen burstIntoSleepingReader(const std::string& path, uint32_t changes) {
       Loop::EpollLoop readerLoop;
       TableReader reader(path, shape, {Record<Item>::codec()}, readerLoop, count, options);
       readerLoop.runUntil([&] { return reader.ready(); }, 10);
-      const uint64_t w0 = reader.wakeups(), m0 = reader.wakeBytes(), n0 = count.n;
+      const uint64_t w0 = reader.wakeups(), n0 = count.n;
       readerLoop.runUntil([&] { return count.n - n0 >= changes; }, 30);
-      BurstSeen seen{reader.wakeups() - w0, reader.wakeBytes() - m0, count.n - n0, true};
+      BurstSeen seen{reader.wakeups() - w0, count.n - n0, true};
       (void)!::write(fds[1], &seen, sizeof seen);
       ::_exit(0);
    }

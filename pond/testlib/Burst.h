@@ -10,7 +10,6 @@ namespace Pond::Test {
 
 struct BurstSeen {
    uint64_t wakeups = 0;
-   uint64_t wakeMessages = 0;
    uint64_t changes = 0;
    bool ok = false; // the reader process finished and reported
 };

@@ -1,0 +1,103 @@
+// The wake-up channel's handshake from the reader's side, against a
+// stand-in writer on a real Unix socket: what the reader accepts as its wake
+// pipe, and what it refuses.
+#include "loop/EpollLoop.h"
+#include "pond/Wake.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+using Pond::WakeClient;
+
+// Listens where a writer would; hands descriptors to the one reader.
+struct StandInWriter {
+   std::string path = "/dev/shm/mcastfib-wake-test-" + std::to_string(::getpid());
+   int listener = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+   int conn = -1;
+   StandInWriter() {
+      ::unlink(path.c_str());
+      sockaddr_un a{};
+      a.sun_family = AF_UNIX;
+      std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
+      EXPECT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+      EXPECT_EQ(::listen(listener, 4), 0);
+   }
+   ~StandInWriter() {
+      if (conn >= 0) ::close(conn);
+      ::close(listener);
+      ::unlink(path.c_str());
+   }
+   void accept() { conn = ::accept(listener, nullptr, nullptr); }
+   void hand(int fd) {
+      char tag = 'p';
+      iovec iov{&tag, 1};
+      alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
+      msghdr msg{};
+      msg.msg_iov = &iov;
+      msg.msg_iovlen = 1;
+      msg.msg_control = control;
+      msg.msg_controllen = sizeof control;
+      cmsghdr* c = CMSG_FIRSTHDR(&msg);
+      c->cmsg_level = SOL_SOCKET;
+      c->cmsg_type = SCM_RIGHTS;
+      c->cmsg_len = CMSG_LEN(sizeof(int));
+      std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
+      EXPECT_EQ(::sendmsg(conn, &msg, 0), 1);
+   }
+};
+
+TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
+   Loop::EpollLoop loop;
+   StandInWriter writer;
+   int wakes = 0, gone = 0;
+   WakeClient client(writer.path, loop, [&] { ++wakes; }, [&] { ++gone; });
+   ASSERT_TRUE(client.connect());
+   writer.accept();
+   auto settle = [&] {
+      for (int i = 0; i < 5; ++i) loop.runOnce(0.01);
+   };
+
+   // A regular file full of bytes would wake the reader for ever: refused.
+   int file = ::memfd_create("not-a-pipe", MFD_CLOEXEC);
+   ASSERT_EQ(::write(file, "xxxx", 4), 4);
+   ASSERT_EQ(::lseek(file, 0, SEEK_SET), 0);
+   writer.hand(file);
+   ::close(file);
+   settle();
+   EXPECT_EQ(wakes, 0) << "handing a descriptor is no wake-up";
+   EXPECT_EQ(gone, 0);
+
+   int fds[2];
+   ASSERT_EQ(::pipe(fds), 0);
+   writer.hand(fds[0]);
+   ::close(fds[0]);
+   settle();
+   EXPECT_EQ(wakes, 0);
+   ASSERT_EQ(::write(fds[1], "abc", 3), 3) << "three wakes sent while the reader was busy";
+   settle();
+   EXPECT_EQ(wakes, 1) << "are one wake-up";
+   EXPECT_EQ(client.wakeups(), 1u);
+
+   // A message without a descriptor is a wake-up: a writer that could not
+   // make a pipe wakes its reader over the connection.
+   char byte = 1;
+   ASSERT_EQ(::send(writer.conn, &byte, 1, 0), 1);
+   settle();
+   EXPECT_EQ(wakes, 2);
+
+   ::close(fds[1]);
+   settle();
+   EXPECT_EQ(gone, 1) << "the writer's end of the pipe closing means the writer is gone";
+   EXPECT_FALSE(client.connected());
+}
+
+} // namespace
