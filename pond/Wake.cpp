@@ -18,13 +18,16 @@ namespace Pond {
 namespace {
 
 // Creates a reader's wake pipe and hands its read end over the reader's
-// connection. Returns the write end, or an empty Fd when either step failed
-// (wakes then go over the connection itself).
-Sys::Fd handPipe(int conn) {
+// connection. Both ends stay with the writer; when either step fails, both
+// are empty (wakes then go over the connection itself).
+struct WakePipe {
+   Sys::Fd readEnd, writeEnd;
+};
+WakePipe handPipe(int conn) {
    Sys::Calls& sys = Sys::calls();
    int fds[2];
    if (!sys.pipe2(fds, O_NONBLOCK | O_CLOEXEC).ok()) return {};
-   Sys::Fd readEnd(fds[0]), writeEnd(fds[1]);
+   WakePipe pipe{Sys::Fd(fds[0]), Sys::Fd(fds[1])};
    char tag = 'p';
    iovec iov{&tag, 1};
    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
@@ -37,10 +40,10 @@ Sys::Fd handPipe(int conn) {
    c->cmsg_level = SOL_SOCKET;
    c->cmsg_type = SCM_RIGHTS;
    c->cmsg_len = CMSG_LEN(sizeof(int));
-   const int fd = readEnd.get();
+   const int fd = pipe.readEnd.get();
    std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
    if (!sys.sendmsg(conn, &msg, MSG_DONTWAIT | MSG_NOSIGNAL).ok()) return {};
-   return writeEnd;
+   return pipe;
 }
 
 sockaddr_un address(const std::string& path) {
@@ -91,7 +94,9 @@ void WakeServer::accept() {
       conns_.emplace_back();
       auto it = std::prev(conns_.end());
       it->fd.reset(static_cast<int>(r.value));
-      it->wakePipe = handPipe(it->fd.get());
+      WakePipe pipe = handPipe(it->fd.get());
+      it->wakePipe = std::move(pipe.writeEnd);
+      it->wakePipeHeld = std::move(pipe.readEnd);
       it->watch = loop_.watchReadable(it->fd.get(), [this, it] { onReader(it); });
    }
 }

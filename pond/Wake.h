@@ -6,9 +6,10 @@
 // the writer writes one wake byte to an armed reader's pipe at the next
 // change and disarms it. So a burst of changes costs each sleeping reader one
 // wake-up, and a reader never writes to shared memory. A pipe write is the
-// cheapest wake-up there is, and the reader holds only the read end, so it
-// cannot make the writer's non-blocking write block. The connection also
-// tells a reader that its writer died: the kernel closes it.
+// cheapest wake-up there is; the reader holds only the read end, so it
+// cannot make the writer's non-blocking write block, and the writer keeps a
+// read end too, so a reader gone cannot bring it SIGPIPE. The connection
+// also tells a reader that its writer died: the kernel closes it.
 #include "loop/EventLoop.h"
 #include "sys/Fd.h"
 
@@ -44,6 +45,9 @@ class WakeServer {
    struct Conn {
       Sys::Fd fd;
       Sys::Fd wakePipe; // the write end; the socket carries wakes without one
+      // The read end, kept too: a pipe with a reader never raises SIGPIPE,
+      // so a reader that dies or closes its end cannot kill the writer.
+      Sys::Fd wakePipeHeld;
       Loop::Watch watch;
       bool armed = false;
    };

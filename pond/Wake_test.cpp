@@ -101,3 +101,38 @@ TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(PondWake, AReaderGoneBetweenItsAckAndTheWakeCannotHurtTheWriter) {
+   Loop::EpollLoop loop;
+   const std::string path = "/dev/shm/mcastfib-wake-test-server-" + std::to_string(::getpid());
+   uint32_t changes = 0;
+   Pond::WakeServer server(path, 0600, loop, [&] { return changes; });
+   auto settle = [&] {
+      for (int i = 0; i < 5; ++i) loop.runOnce(0.01);
+   };
+   {
+      int wakes = 0;
+      WakeClient client(path, loop, [&] { ++wakes; }, [] {});
+      ASSERT_TRUE(client.connect());
+      settle();
+      client.ack(changes);
+      settle();
+      ASSERT_EQ(*server.armedCount(), 1u);
+      ++changes;
+      server.changed();
+      settle();
+      ASSERT_EQ(wakes, 1) << "woken through its pipe";
+      client.ack(changes);
+      settle();
+      ASSERT_EQ(*server.armedCount(), 1u);
+   }
+   // The reader's ends are closed, and the writer has not yet heard.
+   ++changes;
+   server.changed(); // no SIGPIPE: the test process lives on
+   settle();
+   EXPECT_EQ(server.readers(), 0u);
+}
+
+} // namespace
