@@ -24,10 +24,23 @@ struct WakePipe {
    Sys::Fd readEnd, writeEnd;
 };
 WakePipe handPipe(int conn) {
-   Sys::Calls& sys = Sys::calls();
    int fds[2];
-   if (!sys.pipe2(fds, O_NONBLOCK | O_CLOEXEC).ok()) return {};
+   if (!Sys::calls().pipe2(fds, O_NONBLOCK | O_CLOEXEC).ok()) return {};
    WakePipe pipe{Sys::Fd(fds[0]), Sys::Fd(fds[1])};
+   if (!sendDescriptor(conn, pipe.readEnd.get())) return {};
+   return pipe;
+}
+
+sockaddr_un address(const std::string& path) {
+   sockaddr_un a{};
+   a.sun_family = AF_UNIX;
+   std::memcpy(a.sun_path, path.data(), std::min(path.size(), sizeof a.sun_path - 1));
+   return a;
+}
+
+} // namespace
+
+bool sendDescriptor(int socket, int fd) {
    char tag = 'p';
    iovec iov{&tag, 1};
    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
@@ -40,20 +53,9 @@ WakePipe handPipe(int conn) {
    c->cmsg_level = SOL_SOCKET;
    c->cmsg_type = SCM_RIGHTS;
    c->cmsg_len = CMSG_LEN(sizeof(int));
-   const int fd = pipe.readEnd.get();
    std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
-   if (!sys.sendmsg(conn, &msg, MSG_DONTWAIT | MSG_NOSIGNAL).ok()) return {};
-   return pipe;
+   return Sys::calls().sendmsg(socket, &msg, MSG_DONTWAIT | MSG_NOSIGNAL).ok();
 }
-
-sockaddr_un address(const std::string& path) {
-   sockaddr_un a{};
-   a.sun_family = AF_UNIX;
-   std::memcpy(a.sun_path, path.data(), std::min(path.size(), sizeof a.sun_path - 1));
-   return a;
-}
-
-} // namespace
 
 std::string wakeSocketPath(const std::string& dir, const std::string& segmentName) {
    // FNV-1a of the segment name: sun_path holds 108 bytes, names may not fit.

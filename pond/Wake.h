@@ -25,6 +25,10 @@ namespace Pond {
 // The socket beside a segment: short enough for sun_path whatever the name.
 std::string wakeSocketPath(const std::string& dir, const std::string& segmentName);
 
+// Sends a descriptor over a connected Unix socket: one tag byte carrying
+// it as SCM_RIGHTS. False when the send failed.
+bool sendDescriptor(int socket, int fd);
+
 class WakeServer {
  public:
    // changes() reads the segment's change count, to compare with acks.

@@ -37,22 +37,7 @@ struct StandInWriter {
       ::unlink(path.c_str());
    }
    void accept() { conn = ::accept(listener, nullptr, nullptr); }
-   void hand(int fd) {
-      char tag = 'p';
-      iovec iov{&tag, 1};
-      alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
-      msghdr msg{};
-      msg.msg_iov = &iov;
-      msg.msg_iovlen = 1;
-      msg.msg_control = control;
-      msg.msg_controllen = sizeof control;
-      cmsghdr* c = CMSG_FIRSTHDR(&msg);
-      c->cmsg_level = SOL_SOCKET;
-      c->cmsg_type = SCM_RIGHTS;
-      c->cmsg_len = CMSG_LEN(sizeof(int));
-      std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
-      EXPECT_EQ(::sendmsg(conn, &msg, 0), 1);
-   }
+   void hand(int fd) { EXPECT_TRUE(Pond::sendDescriptor(conn, fd)); }
 };
 
 TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
