@@ -95,7 +95,6 @@ template <class R>
 class Found {
  public:
    Found() : status(ReadStatus::absent) {}
-   Found(ReadStatus s, const R& r) : status(s) { std::memcpy(storage_, &r, sizeof(R)); }
    Found(const Found& o) : status(o.status) {
       if (o) std::memcpy(storage_, o.storage_, sizeof(R));
    }

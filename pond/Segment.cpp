@@ -14,7 +14,7 @@ namespace Pond {
 
 Segment::Segment(Segment&& o) noexcept
     : name_(std::move(o.name_)), fd_(std::move(o.fd_)), base_(std::exchange(o.base_, nullptr)),
-      size_(std::exchange(o.size_, 0)), writable_(o.writable_), guard_(std::move(o.guard_)) {}
+      size_(std::exchange(o.size_, 0)), guard_(std::move(o.guard_)) {}
 
 Segment& Segment::operator=(Segment&& o) noexcept {
    if (this != &o) {
@@ -23,7 +23,6 @@ Segment& Segment::operator=(Segment&& o) noexcept {
       fd_ = std::move(o.fd_);
       base_ = std::exchange(o.base_, nullptr);
       size_ = std::exchange(o.size_, 0);
-      writable_ = o.writable_;
       guard_ = std::move(o.guard_);
    }
    return *this;
@@ -42,7 +41,6 @@ Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t
    Sys::Calls& sys = Sys::calls();
    Segment s;
    s.name_ = name;
-   s.writable_ = true;
    created = true;
    Sys::Result r = sys.shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
    if (!r.ok() && r.err == EEXIST) {

@@ -36,7 +36,6 @@ class Segment {
    std::size_t size() const noexcept { return size_; }
    int fd() const noexcept { return fd_.get(); }
    const std::string& name() const noexcept { return name_; }
-   bool writable() const noexcept { return writable_; }
    // A reader's mapping lost pages to a truncation (zeros stand in for them).
    bool truncated() const noexcept { return guard_ && guard_->tripped(); }
    // Readable once truncated(); -1 when the mapping is not guarded.
@@ -52,7 +51,6 @@ class Segment {
    Sys::Fd fd_;
    void* base_ = nullptr;
    std::size_t size_ = 0;
-   bool writable_ = false;
    std::unique_ptr<TruncationGuard> guard_;
 };
 

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdint>
+#include <vector>
 
 namespace {
 
@@ -29,7 +30,8 @@ struct SharedFile {
       ::close(fd);
    }
    void fill(unsigned char b) {
-      for (std::size_t i = 0; i < size; ++i) EXPECT_EQ(::pwrite(fd, &b, 1, static_cast<off_t>(i)), 1);
+      const std::vector<unsigned char> bytes(size, b);
+      EXPECT_EQ(::pwrite(fd, bytes.data(), size, 0), ssize_t(size));
    }
 };
 

@@ -17,6 +17,16 @@ namespace Pond {
 
 namespace {
 
+// A message of one buffer and room for control data, for sendmsg/recvmsg.
+msghdr oneBufferMessage(iovec& iov, void* control, std::size_t controlBytes) {
+   msghdr msg{};
+   msg.msg_iov = &iov;
+   msg.msg_iovlen = 1;
+   msg.msg_control = control;
+   msg.msg_controllen = controlBytes;
+   return msg;
+}
+
 // Creates a reader's wake pipe and hands its read end over the reader's
 // connection. Both ends stay with the writer; when either step fails, both
 // are empty (wakes then go over the connection itself).
@@ -44,11 +54,7 @@ bool sendDescriptor(int socket, int fd) {
    char tag = 'p';
    iovec iov{&tag, 1};
    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int))] = {};
-   msghdr msg{};
-   msg.msg_iov = &iov;
-   msg.msg_iovlen = 1;
-   msg.msg_control = control;
-   msg.msg_controllen = sizeof control;
+   msghdr msg = oneBufferMessage(iov, control, sizeof control);
    cmsghdr* c = CMSG_FIRSTHDR(&msg);
    c->cmsg_level = SOL_SOCKET;
    c->cmsg_type = SCM_RIGHTS;
@@ -172,11 +178,7 @@ void WakeClient::onReadable() {
    char buf[64];
    iovec iov{buf, sizeof buf};
    alignas(cmsghdr) unsigned char control[CMSG_SPACE(4 * sizeof(int))];
-   msghdr msg{};
-   msg.msg_iov = &iov;
-   msg.msg_iovlen = 1;
-   msg.msg_control = control;
-   msg.msg_controllen = sizeof control;
+   msghdr msg = oneBufferMessage(iov, control, sizeof control);
    Sys::Result r = Sys::calls().recvmsg(fd_.get(), &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
    if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) return;
    if (!r.ok() || r.value == 0) return drop(); // end of stream: the writer is gone
