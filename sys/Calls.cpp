@@ -63,6 +63,12 @@ Result Calls::accept4(int fd, sockaddr* addr, socklen_t* len, int flags) {
 Result Calls::fchmod(int fd, mode_t mode) {
    return retryEintr([&] { return ::fchmod(fd, mode); });
 }
+Result Calls::lstat(const char* path, struct stat* st) {
+   return retryEintr([&] { return ::lstat(path, st); });
+}
+Result Calls::chmod(const char* path, mode_t mode) {
+   return retryEintr([&] { return ::chmod(path, mode); });
+}
 Result Calls::unlink(const char* path) {
    return retryEintr([&] { return ::unlink(path); });
 }
@@ -127,6 +133,10 @@ Result Calls::setns(int fd, int nsType) {
 }
 Result Calls::getpid() {
    return once([] { return ::getpid(); });
+}
+Result Calls::nanosleep(long ns) {
+   const timespec t{static_cast<time_t>(ns / 1000000000L), ns % 1000000000L};
+   return once([&] { return ::nanosleep(&t, nullptr); });
 }
 
 namespace {

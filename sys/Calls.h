@@ -43,6 +43,8 @@ class Calls {
    virtual Result fstat(int fd, struct stat* st);
    virtual Result unlink(const char* path);
    virtual Result fchmod(int fd, mode_t mode);
+   virtual Result lstat(const char* path, struct stat* st);
+   virtual Result chmod(const char* path, mode_t mode);
 
    // Sockets.
    virtual Result socket(int domain, int type, int protocol);
@@ -80,6 +82,8 @@ class Calls {
    // Process.
    virtual Result setns(int fd, int nsType);
    virtual Result getpid();
+   // Sleeps for ns nanoseconds (a wait bounded by the clock, not retried).
+   virtual Result nanosleep(long ns);
 };
 
 // The implementation in force for this process: the real calls unless a
