@@ -12,24 +12,65 @@
 #include <csignal>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 namespace Pond {
-namespace {
 
-Flashlog::Handle& trace = Flashlog::handle("Pond");
-
-// The registry the handler reads: static storage, lock-free, so that a
-// handler can read it at any instant. Registration claims an entry, fills
-// it, then publishes begin; removal clears begin first.
-struct Entry {
+struct TruncationGuard::Entry {
    std::atomic<bool> claimed{false};
    std::atomic<uintptr_t> begin{0};
    std::atomic<uintptr_t> end{0};
    std::atomic<int> fd{-1};
+   std::atomic<bool> writable{false};
    std::atomic<bool> tripped{false};
 };
-constexpr int kEntries = 256;
-Entry entries[kEntries];
+
+namespace {
+
+Flashlog::Handle& trace = Flashlog::handle("Pond");
+
+// The registry the handler reads: lock-free, so that a handler can read it
+// at any instant. A static first chunk, then chunks allocated by
+// registration (never in the handler), each twice the last so the handler
+// walks few of them, linked by atomic pointers and never freed: a handler
+// may be walking one at any time. Registration claims an entry, fills it,
+// then publishes begin; removal clears begin first, and the entry is reused.
+struct Chunk {
+   TruncationGuard::Entry* entries;
+   std::size_t count;
+   std::atomic<Chunk*> next{nullptr};
+};
+constexpr std::size_t kFirstChunk = 64;
+TruncationGuard::Entry firstEntries[kFirstChunk];
+Chunk firstChunk{firstEntries, kFirstChunk};
+
+TruncationGuard::Entry* claim() {
+   for (Chunk* c = &firstChunk;;) {
+      for (std::size_t i = 0; i < c->count; ++i) {
+         bool expected = false;
+         if (c->entries[i].claimed.compare_exchange_strong(expected, true)) return &c->entries[i];
+      }
+      Chunk* next = c->next.load(std::memory_order_acquire);
+      if (!next) {
+         const std::size_t count = 2 * c->count;
+         auto* entries = new (std::nothrow) TruncationGuard::Entry[count];
+         auto* grown = entries ? new (std::nothrow) Chunk{entries, count} : nullptr;
+         if (!grown) {
+            delete[] entries;
+            return nullptr;
+         }
+         // Two threads may grow at once: one chunk is linked, the other was
+         // never seen by anyone and goes.
+         if (c->next.compare_exchange_strong(next, grown, std::memory_order_acq_rel)) {
+            next = grown;
+         } else {
+            delete[] entries;
+            delete grown;
+         }
+      }
+      c = next;
+   }
+}
 
 struct sigaction previous;
 uintptr_t pageMask;
@@ -57,19 +98,23 @@ void onSigbus(int sig, siginfo_t* info, void* context) {
    const int savedErrno = errno;
    const auto addr = reinterpret_cast<uintptr_t>(info->si_addr);
    if (info->si_code == BUS_ADRERR) {
-      for (Entry& e : entries) {
-         const uintptr_t begin = e.begin.load(std::memory_order_acquire);
-         const uintptr_t end = e.end.load(std::memory_order_relaxed);
-         if (begin == 0 || addr < begin || addr >= end) continue;
-         const uintptr_t page = addr & pageMask;
-         void* zeros = ::mmap(reinterpret_cast<void*>(page), end - page, PROT_READ,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
-         if (zeros == MAP_FAILED) break;
-         e.tripped.store(true, std::memory_order_release);
-         const uint64_t one = 1;
-         if (const int fd = e.fd.load(std::memory_order_relaxed); fd >= 0) (void)!::write(fd, &one, sizeof one);
-         errno = savedErrno;
-         return;
+      for (Chunk* c = &firstChunk; c; c = c->next.load(std::memory_order_acquire)) {
+         for (std::size_t i = 0; i < c->count; ++i) {
+            TruncationGuard::Entry& e = c->entries[i];
+            const uintptr_t begin = e.begin.load(std::memory_order_acquire);
+            const uintptr_t end = e.end.load(std::memory_order_relaxed);
+            if (begin == 0 || addr < begin || addr >= end) continue;
+            const uintptr_t page = addr & pageMask;
+            const int prot = e.writable.load(std::memory_order_relaxed) ? PROT_READ | PROT_WRITE : PROT_READ;
+            void* zeros = ::mmap(reinterpret_cast<void*>(page), end - page, prot,
+                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+            if (zeros == MAP_FAILED) break;
+            e.tripped.store(true, std::memory_order_release);
+            const uint64_t one = 1;
+            if (const int fd = e.fd.load(std::memory_order_relaxed); fd >= 0) (void)!::write(fd, &one, sizeof one);
+            errno = savedErrno;
+            return;
+         }
       }
    }
    errno = savedErrno;
@@ -87,38 +132,32 @@ void install() {
 
 } // namespace
 
-TruncationGuard::TruncationGuard(const void* base, std::size_t size) {
+TruncationGuard::TruncationGuard(const void* base, std::size_t size, bool writable) {
    std::call_once(installed, install);
-   for (int i = 0; i < kEntries; ++i) {
-      bool expected = false;
-      if (entries[i].claimed.compare_exchange_strong(expected, true)) {
-         entry_ = i;
-         break;
-      }
-   }
-   if (entry_ < 0) {
-      FLASHLOG(trace, 1, "no room to guard a mapping of ", size, " bytes against truncation");
+   entry_ = claim();
+   if (!entry_) {
+      FLASHLOG(trace, 1, "no memory to guard a mapping of ", size, " bytes against truncation");
       return;
    }
    Sys::Result fd = Sys::calls().eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
    if (fd.ok()) event_.reset(static_cast<int>(fd.value));
-   Entry& e = entries[entry_];
+   Entry& e = *entry_;
    e.tripped.store(false, std::memory_order_relaxed);
+   e.writable.store(writable, std::memory_order_relaxed);
    e.fd.store(event_.get(), std::memory_order_relaxed);
    e.end.store(reinterpret_cast<uintptr_t>(base) + size, std::memory_order_relaxed);
    e.begin.store(reinterpret_cast<uintptr_t>(base), std::memory_order_release);
 }
 
 TruncationGuard::~TruncationGuard() {
-   if (entry_ < 0) return;
-   Entry& e = entries[entry_];
-   e.begin.store(0, std::memory_order_release);
-   e.fd.store(-1, std::memory_order_release);
-   e.claimed.store(false, std::memory_order_release);
+   if (!entry_) return;
+   entry_->begin.store(0, std::memory_order_release);
+   entry_->fd.store(-1, std::memory_order_release);
+   entry_->claimed.store(false, std::memory_order_release);
 }
 
 bool TruncationGuard::tripped() const noexcept {
-   return entry_ >= 0 && entries[entry_].tripped.load(std::memory_order_acquire);
+   return entry_ && entry_->tripped.load(std::memory_order_acquire);
 }
 
 } // namespace Pond

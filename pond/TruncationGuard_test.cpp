@@ -9,21 +9,26 @@
 
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
 
 using Pond::TruncationGuard;
 
+const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+
 struct SharedFile {
    int fd = ::memfd_create("guarded", MFD_CLOEXEC);
-   std::size_t size = 4 * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-   const volatile unsigned char* bytes = nullptr;
-   SharedFile() {
+   std::size_t size = 4 * page;
+   volatile unsigned char* bytes = nullptr;
+   explicit SharedFile(bool writable = false) {
       EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(size)), 0);
-      void* p = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+      void* p = ::mmap(nullptr, size, PROT_READ | (writable ? PROT_WRITE : 0), MAP_SHARED, fd, 0);
       EXPECT_NE(p, MAP_FAILED);
-      bytes = static_cast<const volatile unsigned char*>(p);
+      bytes = static_cast<volatile unsigned char*>(p);
    }
    ~SharedFile() {
       ::munmap(const_cast<unsigned char*>(bytes), size);
@@ -43,7 +48,6 @@ TEST(PondTruncationGuard, ReadsPastTheNewEndSeeZerosAndTripTheGuard) {
    EXPECT_EQ(file.bytes[file.size - 1], 0x5a);
    EXPECT_FALSE(guard.tripped());
 
-   const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
    ASSERT_EQ(::ftruncate(file.fd, static_cast<off_t>(page)), 0);
    EXPECT_EQ(file.bytes[0], 0x5a) << "what the file still has is read from it";
    EXPECT_EQ(file.bytes[2 * page + 5], 0) << "what it lost reads as zeros";
@@ -52,6 +56,74 @@ TEST(PondTruncationGuard, ReadsPastTheNewEndSeeZerosAndTripTheGuard) {
    uint64_t count = 0;
    EXPECT_EQ(::read(guard.fd(), &count, sizeof count), ssize_t(sizeof count)) << "the owner's loop is told";
    EXPECT_EQ(count, 1u) << "one fault covers the rest of the mapping";
+}
+
+// A death-test child's assertions do not reach the parent: it counts its own
+// failures, and passes by exiting normally with none (a SIGBUS the guards
+// miss ends it otherwise).
+int failures = 0;
+void check(bool ok, const char* what, std::size_t i = 0) {
+   if (!ok && failures++ < 10) std::fprintf(stderr, "FAILED: %s (%zu)\n", what, i);
+}
+template <typename Body>
+void inChild(Body body) {
+   EXPECT_EXIT(
+       {
+          body();
+          std::fflush(stderr);
+          ::_exit(failures == 0 ? 0 : 1);
+       },
+       ::testing::ExitedWithCode(0), "");
+}
+
+TEST(PondTruncationGuard, ThreadsGuardMoreMappingsThanTheFirstChunkHolds) {
+   inChild([] {
+      // Two threads registering at once race for entries and for the chunks
+      // the registry grows by.
+      constexpr std::size_t kPerThread = 150;
+      std::vector<std::unique_ptr<SharedFile>> files(2 * kPerThread);
+      std::vector<std::unique_ptr<TruncationGuard>> guards(files.size());
+      auto guardHalf = [&](std::size_t from) {
+         for (std::size_t i = from; i < from + kPerThread; ++i) {
+            files[i] = std::make_unique<SharedFile>();
+            files[i]->fill(0x5a);
+            guards[i] = std::make_unique<TruncationGuard>(const_cast<unsigned char*>(files[i]->bytes),
+                                                          files[i]->size);
+         }
+      };
+      std::thread other(guardHalf, kPerThread);
+      guardHalf(0);
+      other.join();
+      for (std::size_t i = 0; i < files.size(); ++i) {
+         check(::ftruncate(files[i]->fd, static_cast<off_t>(page)) == 0, "ftruncate", i);
+         check(files[i]->bytes[page - 1] == 0x5a, "kept byte", i);
+         check(files[i]->bytes[page] == 0 && files[i]->bytes[files[i]->size - 1] == 0, "lost bytes", i);
+         check(guards[i]->tripped(), "tripped", i);
+      }
+      // Released entries are taken again.
+      guards[7].reset();
+      SharedFile again;
+      TruncationGuard reused(const_cast<unsigned char*>(again.bytes), again.size);
+      check(::ftruncate(again.fd, 0) == 0 && again.bytes[0] == 0 && reused.tripped(), "reused entry");
+   });
+}
+
+TEST(PondTruncationGuard, AWritableGuardTakesStoresPastTheNewEnd) {
+   inChild([] {
+      SharedFile file(true);
+      file.fill(0x5a);
+      TruncationGuard guard(const_cast<unsigned char*>(file.bytes), file.size, true);
+      check(::ftruncate(file.fd, static_cast<off_t>(page)) == 0, "ftruncate");
+      file.bytes[2 * page + 5] = 0x77;
+      check(file.bytes[2 * page + 5] == 0x77, "a store past the end reads back");
+      check(file.bytes[2 * page + 6] == 0 && file.bytes[file.size - 1] == 0, "the rest reads zeros");
+      file.bytes[0] = 0x11;
+      unsigned char first = 0;
+      check(::pread(file.fd, &first, 1, 0) == 1 && first == 0x11, "what the file keeps is still shared");
+      uint64_t count = 0;
+      check(guard.tripped() && ::read(guard.fd(), &count, sizeof count) == ssize_t(sizeof count),
+            "the owner is told");
+   });
 }
 
 TEST(PondTruncationGuard, AnyOtherSigbusStillEndsTheProcess) {
