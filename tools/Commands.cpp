@@ -1,6 +1,7 @@
 #include "tools/Commands.h"
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
+#include "tools/Signals.h"
 
 #include "flashlog/Flashlog.h"
 #include "gant/Codec.h"
@@ -66,6 +67,7 @@ int demo(std::span<const std::string>, std::ostream& out) {
       out << "\n";
       findCommand(cmd)->run(v, out);
       out << "\n";
+      if (stopping(out)) throw Stopped{};
    };
    step("key", {"eth-group", "100", "01:00:5e:01:02:03"});
    step("key", {"mroute", "10.0.0.0/8", "239.1.1.1/32"});

@@ -1,6 +1,7 @@
 // mcastfib: explore the multicast FIB library from the shell.
 //    mcastfib [--trace LEVELS] COMMAND [ARGS...]
 #include "tools/Commands.h"
+#include "tools/Signals.h"
 
 #include "flashlog/Config.h"
 #include "flashlog/Flashlog.h"
@@ -24,7 +25,9 @@ void usage(std::ostream& out) {
 
 int main(int argc, char** argv) {
    std::vector<std::string> args(argv + 1, argv + argc);
+   int status = 0;
    try {
+      Tool::installSignalHandlers();
       while (!args.empty() && args.front().starts_with("--")) {
          if (args.front() == "--trace" && args.size() >= 2) {
             Flashlog::configure(args[1]);
@@ -32,7 +35,7 @@ int main(int argc, char** argv) {
             args.erase(args.begin(), args.begin() + 2);
          } else if (args.front() == "--help") {
             usage(std::cout);
-            return 0;
+            return Tool::finish(0, std::cout);
          } else {
             throw std::invalid_argument("unknown option " + args.front());
          }
@@ -43,9 +46,13 @@ int main(int argc, char** argv) {
       }
       const Tool::Command* cmd = Tool::findCommand(args.front());
       if (!cmd) throw std::invalid_argument("unknown command " + args.front());
-      return cmd->run(std::span<const std::string>(args).subspan(1), std::cout);
+      status = cmd->run(std::span<const std::string>(args).subspan(1), std::cout);
+   } catch (const Tool::Stopped&) {
+      status = 1;
    } catch (const std::exception& e) {
-      std::cerr << "mcastfib: " << e.what() << "\n";
-      return 1;
+      // An error met while stopping for a signal is only a symptom of it.
+      if (!Tool::receivedSignal()) std::cerr << "mcastfib: " << e.what() << "\n";
+      status = 1;
    }
+   return Tool::finish(status, std::cout);
 }

@@ -1,0 +1,139 @@
+// The tool stopped early, by a reader of its output that went away or by a
+// signal, leaves nothing behind: no segment, no wake socket or lock, and no
+// reader process. Runs the real tool binary.
+#include "pond/Shape.h"
+#include "pond/Wake.h"
+#include "shmfib/RouteTable.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string tool = MCASTFIB_TOOL;
+
+struct Process {
+   pid_t pid = -1;
+   int out = -1; // stdout
+   int err = -1; // stderr
+   int aux = -1; // descriptor 3, for a script to report on
+};
+
+// Starts argv with its stdout, stderr and descriptor 3 on pipes.
+Process start(std::vector<const char*> argv) {
+   int pipes[3][2];
+   for (auto& p : pipes) EXPECT_EQ(::pipe2(p, O_CLOEXEC), 0);
+   Process run;
+   run.pid = ::fork();
+   if (run.pid == 0) {
+      for (int fd = 1; fd <= 3; ++fd) ::dup2(pipes[fd - 1][1], fd);
+      argv.push_back(nullptr);
+      ::execv(argv[0], const_cast<char**>(argv.data()));
+      ::_exit(127);
+   }
+   for (auto& p : pipes) ::close(p[1]);
+   run.out = pipes[0][0], run.err = pipes[1][0], run.aux = pipes[2][0];
+   return run;
+}
+
+// Reads up to a newline, or to the end when untilEnd.
+std::string readFrom(int fd, bool untilEnd = true) {
+   std::string text;
+   for (char c; ::read(fd, &c, 1) == 1;) {
+      text += c;
+      if (c == '\n' && !untilEnd) break;
+   }
+   return text;
+}
+
+int reap(Process& run) {
+   for (int fd : {run.out, run.err, run.aux}) ::close(fd);
+   int status = 0;
+   ::waitpid(run.pid, &status, 0);
+   return status;
+}
+
+// The children of `parent`; without one, the processes running this build's
+// tool.
+std::vector<pid_t> processes(pid_t parent) {
+   std::vector<pid_t> found;
+   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+      const std::string name = entry.path().filename();
+      if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+      std::ifstream stat(entry.path() / "stat"), cmdline(entry.path() / "cmdline");
+      std::string line, argv0;
+      std::getline(stat, line);
+      std::getline(cmdline, argv0, '\0');
+      const auto close = line.rfind(')');
+      if (close == std::string::npos) continue;
+      const pid_t ppid = std::atoi(line.c_str() + close + 4); // past ") S "
+      if (parent ? ppid == parent : argv0 == tool) found.push_back(std::stoi(name));
+   }
+   return found;
+}
+
+void expectNothingLeftBy(pid_t pid) {
+   const std::string segment = Pond::segmentName(
+       "mcastfib-demo-" + std::to_string(pid),
+       Pond::Multicast::Fib::Status::mountPath(Pakto::AddressFamily::ipv4, L3::VrfName("default"), "demo"));
+   std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+   const std::string lock = wake.substr(0, wake.size() - 4) + "lock";
+   for (const std::string& path : {"/dev/shm" + segment, wake, lock})
+      EXPECT_FALSE(std::filesystem::exists(path)) << path << " left by " << pid;
+   EXPECT_EQ(processes(0), std::vector<pid_t>{}) << "a process of the tool lives on";
+}
+
+TEST(ToolCleanup, AClosedOutputEndsItQuietly) {
+   // The tool runs in the background of the pipeline so the script can
+   // report its pid and exit status.
+   for (const char* reader : {"head -3", "true"}) {
+      const std::string script =
+          std::string(R"({ "$0" demo & echo $! >&3; wait $!; echo $? >&3; } | )") + reader;
+      Process run = start({"/bin/sh", "-c", script.c_str(), tool.c_str()});
+      const std::string shown = readFrom(run.out), errors = readFrom(run.err);
+      const pid_t pid = std::stoi(readFrom(run.aux, false));
+      const std::string status = readFrom(run.aux);
+      EXPECT_TRUE(WIFEXITED(reap(run)));
+      if (reader == std::string("head -3")) {
+         EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 3);
+      }
+      EXPECT_EQ(errors, "") << reader;
+      EXPECT_TRUE(status == "0\n" || status == "141\n") << reader << ": " << status;
+      expectNothingLeftBy(pid);
+   }
+}
+
+TEST(ToolCleanup, ASignalMidRunEndsItAsTheSignalWould) {
+   for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
+      // Sent once the table exists and the reader runs; a run that ends
+      // before the reader is seen is tried again.
+      bool caught = false;
+      for (int attempt = 0; attempt < 20 && !caught; ++attempt) {
+         Process run = start({tool.c_str(), "routes"});
+         bool readerSeen = false;
+         if (readFrom(run.out, false).starts_with("writer: table"))
+            while (!(readerSeen = !processes(run.pid).empty()) && ::waitpid(run.pid, nullptr, WNOHANG) == 0) {
+            }
+         if (readerSeen) ::kill(run.pid, sig);
+         readFrom(run.out);
+         EXPECT_EQ(readFrom(run.err), "");
+         const int status = reap(run);
+         caught = readerSeen && WIFSIGNALED(status) && WTERMSIG(status) == sig;
+         expectNothingLeftBy(run.pid);
+      }
+      EXPECT_TRUE(caught) << "signal " << sig << " never reached the tool while its reader ran";
+   }
+}
+
+} // namespace
