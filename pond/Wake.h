@@ -10,6 +10,12 @@
 // cannot make the writer's non-blocking write block, and the writer keeps a
 // read end too, so a reader gone cannot bring it SIGPIPE. The connection
 // also tells a reader that its writer died: the kernel closes it.
+//
+// The socket is open to anyone allowed to connect, so the writer bounds
+// what connections can cost it: a cap on readers (those beyond it are told
+// so and closed), and a pause in accepting when descriptors run out rather
+// than a spin on a listening socket that stays readable. It also keeps its
+// path: a socket removed or replaced under it is bound afresh.
 #include "loop/EventLoop.h"
 #include "sys/Fd.h"
 
@@ -31,8 +37,22 @@ bool sendDescriptor(int socket, int fd);
 
 class WakeServer {
  public:
-   // changes() reads the segment's change count, to compare with acks.
-   WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& loop, std::function<uint32_t()> changes);
+   // How often the writer checks that its socket is still at the path.
+   static constexpr double kPathCheckSeconds = 1.0;
+   // How long accepting rests after running out of descriptors or memory.
+   static constexpr double kAcceptPauseSeconds = 0.1;
+   // What a reader beyond the cap is told before its connection is closed.
+   static constexpr const char* kRefusal = "refused: too many readers";
+
+   // changes() reads the segment's change count, to compare with acks. At
+   // most maxReaders connections are kept; any more are refused.
+   //
+   // Whatever is at `path` is replaced only when it is a socket of our own
+   // uid (one an earlier writer left; that no writer lives is the caller's
+   // lock's job) or when we may remove it anyway (root). Otherwise throws
+   // std::runtime_error naming the path and its owner.
+   WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& loop, std::function<uint32_t()> changes,
+              std::size_t maxReaders = 256);
    ~WakeServer();
    WakeServer(const WakeServer&) = delete;
    WakeServer& operator=(const WakeServer&) = delete;
@@ -55,29 +75,56 @@ class WakeServer {
       Loop::Watch watch;
       bool armed = false;
    };
+   struct Listener {
+      Sys::Fd fd;
+      dev_t dev = 0;
+      ino_t ino = 0;
+   };
+   Listener listenAtPath();
+   void clearPath(uid_t ours);
+   void watchListener();
    void accept();
+   void pauseAccepting(int err);
+   void adopt(Sys::Fd fd);
+   void checkPath();
    void onReader(std::list<Conn>::iterator it);
    void wakeArmed();
    void wake(Conn& c);
 
    std::string path_;
+   mode_t mode_;
    Loop::EventLoop& loop_;
    std::function<uint32_t()> changes_;
-   Sys::Fd listen_;
+   std::size_t maxReaders_;
+   Listener listen_;
    Loop::Watch listenWatch_;
+   Loop::Timer acceptPause_;
+   bool acceptFailing_ = false; // traced once per run of failed accepts
+   Loop::Timer pathCheck_;
+   bool rebindFailing_ = false;
    std::list<Conn> conns_;
    uint32_t armed_ = 0;
 };
 
 class WakeClient {
  public:
-   WakeClient(std::string path, Loop::EventLoop& loop, std::function<void()> onWake, std::function<void()> onGone);
+   // onGone: the writer died (the connection ended). onRefused: the writer
+   // would not take us (it has all the readers it allows); the connection
+   // is closed without onGone, and connect() may be tried again later.
+   WakeClient(std::string path, Loop::EventLoop& loop, std::function<void()> onWake, std::function<void()> onGone,
+              std::function<void(const std::string&)> onRefused = {});
    WakeClient(const WakeClient&) = delete;
    WakeClient& operator=(const WakeClient&) = delete;
 
    // Connects when not connected; false when no writer listens.
    bool connect();
    bool connected() const noexcept { return fd_.valid(); }
+   // Closes the connection without onGone, e.g. when its peer is not
+   // trusted.
+   void disconnect() noexcept;
+   // Who listens at the other end: anyone able to create the socket first
+   // could. False when not connected or when the kernel will not say.
+   bool peerCredentials(uid_t& uid, pid_t& pid) const;
    // "I have seen every change up to count; wake me at the next."
    void ack(uint32_t count);
    // Wake messages received, each one run of onWake.
@@ -86,13 +133,14 @@ class WakeClient {
  private:
    void onReadable();
    void onPipe();
-   void adoptPipe(int fd);
+   void adoptPipe(Sys::Fd fd);
    void woken();
    void drop();
 
    std::string path_;
    Loop::EventLoop& loop_;
    std::function<void()> onWake_, onGone_;
+   std::function<void(const std::string&)> onRefused_;
    Sys::Fd fd_;
    Loop::Watch watch_;
    Sys::Fd pipe_;
