@@ -1,6 +1,7 @@
 #include "pond/Collection.h"
 #include "pond/WordCopy.h"
 #include "pond/Wake.h"
+#include "sys/Calls.h"
 
 #include <algorithm>
 #include <cstring>
@@ -71,18 +72,48 @@ void CollectionReader::bind(const CollectionMap& m) {
    validated_.assign(m.capacity, 0);
 }
 
+bool waitForWriter(const CollectionMap& m) {
+   if (!m.liveness.alive || !m.liveness.alive(m.liveness.context)) return false;
+   Sys::calls().nanosleep(50 * 1000);
+   return true;
+}
+
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
-   uint32_t seq = 0;
-   ReadStatus r = readSlotInto(m_, i, out, m_.recordSize, seq);
-   if (seqOut) *seqOut = seq;
-   return r;
+   SlotHeader* s = m_.slot(i);
+   for (int spin = 0;; ++spin) {
+      if (spin == kMaxReadSpins) {
+         if (!waitForWriter(m_)) return ReadStatus::stuck;
+         spin = 0;
+      }
+      const uint32_t s1 = loadAcquire(s->seq);
+      if (s1 & kSeqWriting) {
+         cpuRelax();
+         continue;
+      }
+      const uint32_t check = loadGuarded(s->check);
+      copyFromShared(out, m_.slotData(i), m_.recordSize);
+      acquireFence();
+      if (loadRelaxed(s->seq) != s1) continue;
+      if (seqOut) *seqOut = s1;
+      if (!(s1 & kSeqLive)) return ReadStatus::absent;
+      return check == recordCheck(s1, out, m_.recordSize) ? ReadStatus::found : ReadStatus::corrupt;
+   }
+}
+
+CollectionReader::Check CollectionReader::verify(uint32_t slot, uint32_t seq, const void* copy) const {
+   SlotHeader* s = m_.slot(slot);
+   if (loadAcquire(s->seq) != seq) return Check::changed;
+   const uint32_t check = loadGuarded(s->check);
+   acquireFence();
+   if (loadRelaxed(s->seq) != seq) return Check::changed;
+   return check == recordCheck(seq, copy, m_.recordSize) ? Check::ok : Check::bad;
 }
 
 uint32_t CollectionReader::size() const { return loadAcquire(m_.header->size); }
 
 // ---- writer ---------------------------------------------------------------
 
-CollectionWriter::CollectionWriter(const CollectionMap& m) : m_(m) {}
+CollectionWriter::CollectionWriter(const CollectionMap& m) : m_(m), scratch_(m.recordSize) {}
 
 void CollectionWriter::initialize() {
    free_.clear();
@@ -91,13 +122,25 @@ void CollectionWriter::initialize() {
    storeRelease(m_.header->size, 0);
 }
 
+bool CollectionWriter::recoverable() const {
+   // Every step of the repair ends at an empty bucket; a writer never fills
+   // the index past half, so an index without one was not left by a writer.
+   const auto* words = reinterpret_cast<const Word*>(m_.tags);
+   for (uint32_t w = 0; w < (m_.bucketMask + 1) / kTagsPerWord; ++w)
+      if (zeroBytes(words[w])) return true;
+   return false;
+}
+
 uint32_t CollectionWriter::recover() {
    free_.clear();
    size_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       SlotHeader* s = m_.slot(i);
-      // Left mid-write by a writer that died: the record is lost.
-      if (s->seq & kSeqWriting) storeRelease(s->seq, nextVersion(s->seq));
+      // Left mid-write by a writer that died, or changed behind the
+      // writers' backs: the record is lost.
+      if ((s->seq & kSeqWriting) ||
+          ((s->seq & kSeqLive) && s->check != recordCheck(s->seq, m_.slotData(i), m_.recordSize)))
+         storeRelease(s->seq, nextVersion(s->seq));
    }
    // Change entries left mid-write: close them (they read as overwritten).
    for (uint32_t q = 0; q <= m_.queueMask; ++q) {
@@ -129,6 +172,7 @@ void CollectionWriter::writeSlot(uint32_t slot, const void* record, bool live) {
    const uint32_t next = nextVersion(s->seq);
    storeRelaxed(s->seq, next | kSeqWriting);
    releaseFence();
+   if (live) storeGuarded(s->check, recordCheck(next | kSeqLive, record, m_.recordSize));
    if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
    storeRelease(s->seq, next | (live ? kSeqLive : 0));
 }
@@ -142,6 +186,7 @@ bool CollectionWriter::upsert(const void* record) {
    uint32_t slot, bucket;
    if (findSlot(record, hash, slot, bucket)) {
       if (std::memcmp(m_.slotData(slot), record, m_.recordSize) == 0) return false;
+      beginChange();
       writeSlot(slot, record, true);
       enqueue(slot, record);
       return true;
@@ -155,6 +200,7 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
                       std::to_string(m_.capacity) + " records)");
    const uint32_t slot = free_.front();
    free_.pop_front();
+   beginChange();
    writeSlot(slot, record, true);
    setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
    storeRelease(m_.header->size, ++size_);
@@ -169,6 +215,7 @@ bool CollectionWriter::remove(const void* key) {
    // Keep the key: it may point into the slot about to be rewritten.
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
+   beginChange();
    removeEntry(bucket);
    writeSlot(slot, nullptr, false);
    free_.push_back(slot);
@@ -183,7 +230,10 @@ void CollectionWriter::removeEntry(uint32_t bucket) {
    storeRelaxed(m_.header->indexSeq, seq + 1);
    releaseFence();
    uint32_t hole = bucket;
-   for (uint32_t pos = (bucket + 1) & m_.bucketMask; m_.tags[pos] != kTagEmpty; pos = (pos + 1) & m_.bucketMask) {
+   // At most once round the index: a repair may meet one with no empty bucket.
+   uint32_t pos = (bucket + 1) & m_.bucketMask;
+   for (uint32_t steps = 0; steps < m_.bucketMask && m_.tags[pos] != kTagEmpty;
+        ++steps, pos = (pos + 1) & m_.bucketMask) {
       const uint32_t s = m_.slotNumbers[pos];
       if (s >= m_.capacity) continue; // garbage, met only in repair: left for it
       const uint32_t home = m_.hashKey(m_.slotData(s)) & m_.bucketMask;
@@ -208,7 +258,14 @@ void CollectionWriter::removeAll() {
 
 void CollectionWriter::notify(const void* key) {
    uint32_t slot, bucket;
-   if (!findSlot(key, m_.hashKey(key), slot, bucket)) slot = UINT32_MAX;
+   if (findSlot(key, m_.hashKey(key), slot, bucket)) {
+      // The record, copied first: it is rewritten from itself.
+      std::memcpy(scratch_.data(), m_.slotData(slot), m_.recordSize);
+      beginChange();
+      writeSlot(slot, scratch_.data(), true);
+   } else {
+      slot = UINT32_MAX;
+   }
    enqueue(slot, key);
 }
 

@@ -32,6 +32,14 @@ const char* readStatusName(ReadStatus s) noexcept;
 
 using KeyHash = uint32_t (*)(const void* key);
 
+// Whether the writer of a table is alive: a slot it left mid-write is then
+// only late (the writer is slow, or stopped) and is waited for; only a dead
+// writer's slot is reported stuck.
+struct Liveness {
+   bool (*alive)(const void* context) = nullptr;
+   const void* context = nullptr;
+};
+
 // Where a collection's areas are in one mapping. The sizes are the reader's
 // own (checked against the header at mount) and are never re-read from
 // shared memory, so a corrupted header cannot send an access out of bounds.
@@ -45,6 +53,7 @@ struct CollectionMap {
    uint32_t recordSize = 0, keySize = 0, capacity = 0;
    uint32_t bucketMask = 0, queueMask = 0, slotStride = 0, queueStride = 0;
    KeyHash hashKey = nullptr;
+   Liveness liveness;
 
    static CollectionMap bind(void* base, const SegmentHeader& layout, uint32_t i, KeyHash hash);
    SlotHeader* slot(uint32_t i) const { return reinterpret_cast<SlotHeader*>(slots + std::size_t(i) * slotStride); }
@@ -55,9 +64,13 @@ struct CollectionMap {
    unsigned char* entryKey(QueueEntryHeader* e) const { return reinterpret_cast<unsigned char*>(e + 1); }
 };
 
-// How long a reader waits for a slot or entry left mid-write before it
-// gives up and reports it.
+// How long a reader spins on a slot left mid-write before it asks whether
+// the writer is alive.
 constexpr int kMaxReadSpins = 20000;
+
+// After kMaxReadSpins: true, after a short sleep, when the writer is alive
+// and is to be waited for; false when it is dead (or unknown to m).
+[[gnu::cold]] bool waitForWriter(const CollectionMap& m);
 
 inline void cpuRelax() {
 #if defined(__i386__) || defined(__x86_64__)
@@ -69,7 +82,11 @@ inline void cpuRelax() {
 // with the slot's seq, or stuck when the slot stayed mid-write.
 inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq) {
    SlotHeader* s = m.slot(i);
-   for (int spin = 0; spin < kMaxReadSpins; ++spin) {
+   for (int spin = 0;; ++spin) {
+      if (spin == kMaxReadSpins) {
+         if (!waitForWriter(m)) return ReadStatus::stuck;
+         spin = 0;
+      }
       uint32_t s1 = loadAcquire(s->seq);
       if (s1 & kSeqWriting) {
          cpuRelax();
@@ -81,7 +98,6 @@ inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, st
       seq = s1;
       return s1 & kSeqLive ? ReadStatus::found : ReadStatus::absent;
    }
-   return ReadStatus::stuck;
 }
 
 // ---- index tags, only ever accessed as whole words ----------------------
@@ -152,7 +168,11 @@ struct Lookup {
 template <std::size_t Bytes, class Key>
 [[gnu::noinline, gnu::cold]] Lookup lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out) {
    const uint8_t tag = bucketTag(hash);
-   for (int attempt = 0; attempt < kMaxReadSpins; ++attempt) {
+   for (int attempt = 0;; ++attempt) {
+      if (attempt == kMaxReadSpins) {
+         if (!waitForWriter(m)) return {ReadStatus::stuck, 0, 0};
+         attempt = 0;
+      }
       const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
       if (indexSeq & 1) {
          cpuRelax();
@@ -175,7 +195,6 @@ template <std::size_t Bytes, class Key>
       acquireFence();
       if (loadRelaxed(m.header->indexSeq) == indexSeq) return {ReadStatus::absent, 0, 0};
    }
-   return {ReadStatus::stuck, 0, 0};
 }
 
 // Reads slot's record into out if it is a live, whole record of key: the
@@ -267,8 +286,14 @@ class CollectionReader {
    // warm lookup validates each version once. A reader-private cache.
    bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq; }
    void markValidated(uint32_t slot, uint32_t seq) const noexcept { validated_[slot] = seq; }
+   // Whether copy, a whole copy of version seq of slot, matches the check
+   // the writer wrote with it; `changed` when the slot has moved on since
+   // (look again).
+   enum class Check : uint8_t { ok, bad, changed };
+   Check verify(uint32_t slot, uint32_t seq, const void* copy) const;
 
-   // Copies slot i when it holds a record (found), else absent.
+   // Copies slot i when it holds a record (found), else absent; corrupt
+   // when the record does not match its check.
    ReadStatus readSlot(uint32_t i, void* out, uint32_t* seq = nullptr) const;
    uint32_t size() const;
    const CollectionMap& map() const noexcept { return m_; }
@@ -292,9 +317,12 @@ class CollectionWriter {
 
    // A new segment: everything empty.
    void initialize();
-   // A segment left by an earlier writer: drop records left mid-write,
-   // repair the index, rebuild the free list from the slots. Returns how
-   // many records survived.
+   // Whether a segment left by an earlier writer can be repaired in
+   // bounded steps (its index has an empty bucket); else it is recreated.
+   bool recoverable() const;
+   // A segment left by an earlier writer: drop records left mid-write or
+   // failing their check, repair the index, rebuild the free list from the
+   // slots. Returns how many records survived.
    uint32_t recover();
 
    // Insert or replace; false (and no change entry) when the stored record
@@ -302,7 +330,8 @@ class CollectionWriter {
    bool upsert(const void* record);
    bool remove(const void* key);
    void removeAll();
-   // A change entry for key without changing it.
+   // A change entry for key without changing it. A record of key gets a
+   // new version, so a reader that lapped the queue finds it too.
    void notify(const void* key);
 
    // upsert() compiled for one record type: inline hash, compare and copy.
@@ -313,6 +342,7 @@ class CollectionWriter {
       auto sameKey = [](const void* a, const void* b) { return equalBytes<sizeof(Key)>(a, b); };
       if (!findSlotWith(&key, hash, sameKey, slot, bucket)) return insertAt(&r, hash, bucket);
       if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
+      beginChange();
       writeSlotBytes<sizeof(R)>(slot, &r);
       enqueueBytes<sizeof(Key)>(slot, &key);
       return true;
@@ -363,8 +393,17 @@ class CollectionWriter {
       const uint32_t next = nextVersion(s->seq);
       storeRelaxed(s->seq, next | kSeqWriting);
       releaseFence();
+      storeGuarded(s->check, recordCheck(next | kSeqLive, record, Bytes));
       copyToShared(m_.slotData(slot), record, Bytes);
       storeRelease(s->seq, next | kSeqLive);
+   }
+   // Marks the next change entry odd before a change's first store that a
+   // lookup can see: a reader then knows whether a change is under way
+   // beyond the queue's head. The stores that follow are ordered after it
+   // by their own release fence.
+   void beginChange() {
+      QueueEntryHeader* e = m_.entry(m_.header->queueHead);
+      storeRelaxed(e->lock, e->lock | 1);
    }
    // A change entry; inline so that a key size known at compile time
    // (enqueueBytes) makes the copy fixed and unrolled.
@@ -372,7 +411,7 @@ class CollectionWriter {
       CollectionHeader* h = m_.header;
       const uint32_t sequence = h->queueHead;
       QueueEntryHeader* e = m_.entry(sequence);
-      const uint32_t writing = (e->lock + 1) | 1;
+      const uint32_t writing = e->lock | 1; // odd already when the change began
       storeRelaxed(e->lock, writing);
       releaseFence();
       storeGuarded(e->sequence, sequence);
@@ -409,6 +448,7 @@ class CollectionWriter {
    WakeServer* wake_ = nullptr;
    const uint32_t* armed_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
+   std::vector<unsigned char> scratch_; // a record's room, for notify
    uint32_t size_ = 0;
 };
 

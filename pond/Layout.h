@@ -16,7 +16,7 @@
 namespace Pond {
 
 constexpr uint64_t kMagic = 0x31444e4f50464d43ull; // "CMFPOND1"
-constexpr uint32_t kLayoutVersion = 3;
+constexpr uint32_t kLayoutVersion = 4;
 constexpr uint32_t kMaxCollections = 4;
 constexpr std::size_t kTypeNameBytes = 96;
 constexpr std::size_t kCollectionNameBytes = 32;
@@ -56,6 +56,9 @@ struct SegmentHeader {
    uint32_t headerSize;
    char typeName[kTypeNameBytes];
    uint64_t segmentSize;
+   // Drawn when the segment is created and kept by every writer that
+   // recovers it: slot versions compare only within one incarnation.
+   uint64_t incarnation;
    uint32_t collectionCount;
    uint32_t generation; // bumped by every writer that opens the segment
    uint32_t writerPid;
@@ -63,6 +66,7 @@ struct SegmentHeader {
    CollectionHeader collections[kMaxCollections];
 };
 static_assert(sizeof(SegmentHeader) % 8 == 0);
+static_assert(offsetof(SegmentHeader, collections) % 8 == 0, "the same offsets on 32- and 64-bit builds");
 
 // A slot: a seqlock word, then the record padded to whole words. The word
 // holds the slot's state as well as its version, so that one load tells a
@@ -74,7 +78,7 @@ constexpr uint32_t kSeqLive = 2;
 constexpr uint32_t nextVersion(uint32_t seq) { return (seq | 3) + 1; }
 struct SlotHeader {
    uint32_t seq;
-   uint32_t reserved; // zero: keeps the record 8-byte aligned
+   uint32_t check; // recordCheck(seq, record) of a live record, written with it
 };
 static_assert(sizeof(SlotHeader) == 8);
 

@@ -133,21 +133,36 @@ class MapReader {
       const Lookup l = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); },
                                               f.storage());
       f.status = l.status;
-      if (l.status != ReadStatus::found) return f;
       // Bytes from another process: a record that breaks its own type's
-      // rules is reported, never handed out. Each version is checked once.
-      if (!c_.validated(l.slot, l.seq)) {
-         if (!Gant::validValue(*f)) {
-            f.status = ReadStatus::corrupt;
-            return f;
-         }
-         c_.markValidated(l.slot, l.seq);
-      }
+      // rules or its check is reported, never handed out. Each version is
+      // checked once.
+      if (l.status == ReadStatus::found && !c_.validated(l.slot, l.seq)) [[unlikely]]
+         return validate(k, l, f);
       return f;
    }
    uint32_t size() const { return c_.size(); }
 
  private:
+   [[gnu::noinline]] Found<R> validate(const Key& k, Lookup l, Found<R>& f) const {
+      for (int attempt = 0; attempt < 64; ++attempt) {
+         switch (c_.verify(l.slot, l.seq, f.storage())) {
+         case CollectionReader::Check::ok:
+            if (!Gant::validValue(*f)) break;
+            c_.markValidated(l.slot, l.seq);
+            return f;
+         case CollectionReader::Check::bad: break;
+         case CollectionReader::Check::changed: // rewritten since the copy: look again
+            l = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); }, f.storage());
+            f.status = l.status;
+            if (l.status != ReadStatus::found || c_.validated(l.slot, l.seq)) return f;
+            continue;
+         }
+         f.status = ReadStatus::corrupt;
+         return f;
+      }
+      return f; // rewritten faster than it can be checked: a whole copy, unchecked
+   }
+
    const CollectionReader& c_;
 };
 

@@ -1,5 +1,6 @@
 #include "pond/Segment.h"
 
+#include "flashlog/Flashlog.h"
 #include "gant/Error.h"
 #include "sys/Calls.h"
 
@@ -7,14 +8,20 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
 namespace Pond {
 
+namespace {
+Flashlog::Handle& trace = Flashlog::handle("Pond");
+} // namespace
+
 Segment::Segment(Segment&& o) noexcept
     : name_(std::move(o.name_)), fd_(std::move(o.fd_)), base_(std::exchange(o.base_, nullptr)),
-      size_(std::exchange(o.size_, 0)), guard_(std::move(o.guard_)) {}
+      size_(std::exchange(o.size_, 0)), owner_(o.owner_), mode_(o.mode_), guard_(std::move(o.guard_)) {}
 
 Segment& Segment::operator=(Segment&& o) noexcept {
    if (this != &o) {
@@ -23,6 +30,8 @@ Segment& Segment::operator=(Segment&& o) noexcept {
       fd_ = std::move(o.fd_);
       base_ = std::exchange(o.base_, nullptr);
       size_ = std::exchange(o.size_, 0);
+      owner_ = o.owner_;
+      mode_ = o.mode_;
       guard_ = std::move(o.guard_);
    }
    return *this;
@@ -37,33 +46,67 @@ void Segment::release() noexcept {
    size_ = 0;
 }
 
+namespace {
+
+// Empty when an existing object may be reopened as this writer's own: a
+// regular object of this user, no wider open than asked, of the size the
+// layout needs. Anything else may have been written by someone else.
+std::string distrust(const struct stat& st, uid_t self, mode_t mode, std::size_t size) {
+   if (!S_ISREG(st.st_mode)) return "not a regular object";
+   if (st.st_uid != self) return "owned by uid " + std::to_string(st.st_uid);
+   if ((st.st_mode & 07777) & ~mode) {
+      char text[64];
+      std::snprintf(text, sizeof text, "mode 0%o, wider than 0%o", unsigned(st.st_mode & 07777), unsigned(mode));
+      return text;
+   }
+   if (static_cast<std::size_t>(st.st_size) != size)
+      return "of " + std::to_string(st.st_size) + " bytes, expected " + std::to_string(size);
+   return {};
+}
+
+} // namespace
+
 Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created) {
    Sys::Calls& sys = Sys::calls();
+   const auto self = static_cast<uid_t>(sys.geteuid().value);
    Segment s;
    s.name_ = name;
-   created = true;
-   Sys::Result r = sys.shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-   if (!r.ok() && r.err == EEXIST) {
-      created = false;
-      r = sys.shm_open(name.c_str(), O_RDWR | O_CLOEXEC, mode);
-   }
-   s.fd_.reset(static_cast<int>(Sys::check(r, "shm_open")));
-   if (created) {
-      // shm_open applies the umask; the table's mode is what was asked for.
-      Sys::check(sys.fchmod(s.fd_.get(), mode), "fchmod");
-      Sys::check(sys.ftruncate(s.fd_.get(), static_cast<off_t>(size)), "ftruncate");
-   } else {
-      struct stat st{};
-      Sys::check(sys.fstat(s.fd_.get(), &st), "fstat");
-      if (static_cast<std::size_t>(st.st_size) != size) {
-         // A segment of another layout: the caller decides (it is refused).
-         size = static_cast<std::size_t>(st.st_size);
+   for (int attempt = 0;; ++attempt) {
+      Sys::Result r = sys.shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+      if (r.ok()) {
+         created = true;
+         s.fd_.reset(static_cast<int>(r.value));
+         // shm_open applies the umask; the table's mode is what was asked for.
+         Sys::check(sys.fchmod(s.fd_.get(), mode), "fchmod");
+         Sys::check(sys.ftruncate(s.fd_.get(), static_cast<off_t>(size)), "ftruncate");
+         break;
       }
+      if (r.err != EEXIST || attempt > 0) Sys::check(r, "shm_open");
+      created = false;
+      r = sys.shm_open(name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
+      struct stat st{};
+      std::string why = !r.ok() ? std::string("not openable: ") + std::strerror(r.err)
+                        : !sys.fstat(static_cast<int>(r.value), &st).ok() ? std::string("not examinable")
+                                                                          : distrust(st, self, mode, size);
+      if (why.empty()) {
+         s.fd_.reset(static_cast<int>(r.value));
+         // Narrower than asked: widen to the table's mode.
+         if ((st.st_mode & 07777) != mode) Sys::check(sys.fchmod(s.fd_.get(), mode), "fchmod");
+         break;
+      }
+      if (r.ok()) sys.close(static_cast<int>(r.value));
+      // Never reopened: a new object under the name, or nothing.
+      FLASHLOG(trace, 1, "replacing shared segment ", name, ": it is ", why);
+      if (!sys.shm_unlink(name.c_str()).ok())
+         throw std::runtime_error("shared segment " + name + " is " + why + ", and it cannot be replaced");
    }
-   if (size == 0) throw std::runtime_error("shared segment " + name + " is empty");
    Sys::Result m = sys.mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, s.fd_.get(), 0);
    s.base_ = reinterpret_cast<void*>(Sys::check(m, "mmap"));
    s.size_ = size;
+   s.owner_ = self;
+   // Another process of this user may truncate the object: the writer's
+   // stores past the new end then land in private pages, not in SIGBUS.
+   s.guard_ = std::make_unique<TruncationGuard>(s.base_, size, true);
    return s;
 }
 
@@ -78,6 +121,8 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
       throw std::runtime_error("shared segment " + name + " is " + std::to_string(st.st_size) +
                                " bytes, expected " + std::to_string(minSize));
    const std::size_t size = static_cast<std::size_t>(st.st_size);
+   s.owner_ = st.st_uid;
+   s.mode_ = st.st_mode & 07777;
    Sys::Result m = sys.mmap(nullptr, size, PROT_READ, MAP_SHARED, s.fd_.get(), 0);
    s.base_ = reinterpret_cast<void*>(Sys::check(m, "mmap"));
    s.size_ = size;

@@ -22,9 +22,11 @@ class Segment {
    Segment& operator=(const Segment&) = delete;
    ~Segment();
 
-   // The writer's side: creates the object (mode, e.g. 0600) or, when it
-   // exists, opens it; sizes it to `size` when it was created. Sets
-   // `created`. Throws Gant::ErrnoError naming the failed call.
+   // The writer's side: creates the object exclusively (mode, e.g. 0600),
+   // sized to `size`. An object already there is reopened only when it is
+   // this user's, no wider open than mode and of this size; any other is
+   // replaced, or refused (std::runtime_error) where it cannot be removed.
+   // Sets `created`. Throws Gant::ErrnoError naming a failed call.
    static Segment openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created);
    // A reader's side: opens read-only and maps all there is, refusing an
    // object smaller than minSize (the header, say). Throws Gant::ErrnoError, or
@@ -36,7 +38,10 @@ class Segment {
    std::size_t size() const noexcept { return size_; }
    int fd() const noexcept { return fd_.get(); }
    const std::string& name() const noexcept { return name_; }
-   // A reader's mapping lost pages to a truncation (zeros stand in for them).
+   // The object's owner and mode when it was opened.
+   uid_t owner() const noexcept { return owner_; }
+   mode_t mode() const noexcept { return mode_; }
+   // The mapping lost pages to a truncation (zeros stand in for them).
    bool truncated() const noexcept { return guard_ && guard_->tripped(); }
    // Readable once truncated(); -1 when the mapping is not guarded.
    int truncationFd() const noexcept { return guard_ ? guard_->fd() : -1; }
@@ -51,6 +56,8 @@ class Segment {
    Sys::Fd fd_;
    void* base_ = nullptr;
    std::size_t size_ = 0;
+   uid_t owner_ = 0;
+   mode_t mode_ = 0;
    std::unique_ptr<TruncationGuard> guard_;
 };
 

@@ -1,11 +1,14 @@
 #include "pond/Table.h"
 #include "pond/WordCopy.h"
+#include "pond/WriterLock.h"
 
 #include "flashlog/Flashlog.h"
 #include "sys/Calls.h"
 
-#include <sys/file.h>
+#include <signal.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -14,6 +17,20 @@ namespace Pond {
 namespace {
 Flashlog::Handle& trace = Flashlog::handle("Pond");
 constexpr double kRetrySeconds = 0.05;
+
+// Slot versions wrap: a is newer than b when it is ahead by less than half
+// the range.
+bool newer(uint32_t a, uint32_t b) { return static_cast<int32_t>(a - b) > 0; }
+
+// Distinguishes one created segment from any other that takes its name.
+uint64_t newIncarnation() {
+   const auto now = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
+   const auto pid = static_cast<uint64_t>(Sys::calls().getpid().value);
+   uint64_t x = now ^ (pid << 40) ^ reinterpret_cast<uintptr_t>(&now);
+   x ^= x >> 31;
+   x *= 0x9e3779b97f4a7c15ull;
+   return (x ^ (x >> 29)) | 1; // never 0: a reader's "none yet"
+}
 } // namespace
 
 // ---- writer -------------------------------------------------------------------
@@ -23,22 +40,25 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    const SegmentHeader layout = layoutFor(shape);
    if (codecs.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    const std::string name = Pond::segmentName(options.prefix, mountPath);
+   const std::string wakePath = wakeSocketPath(options.socketDir, name);
+   // One writer per table; the kernel drops the lock when the writer dies.
+   lock_ = std::make_unique<WriterLock>(writerLockPath(wakePath), mountPath);
    bool created = false;
    segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
-   // One writer per table; the kernel drops the lock when the writer dies.
-   if (!Sys::calls().flock(segment_.fd(), LOCK_EX | LOCK_NB).ok())
-      throw std::runtime_error("table " + mountPath + " already has a live writer");
-   if (!created && (segment_.size() != layout.segmentSize || !magicOk(header()) ||
-                    !layoutMismatch(layout, *header()).empty())) {
-      FLASHLOG(trace, 1, "replacing segment ", name, " of another layout");
-      Segment::unlink(name);
-      segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
-      Sys::check(Sys::calls().flock(segment_.fd(), LOCK_EX | LOCK_NB), "flock");
+   if (!created) {
+      if (std::string why = distrust(layout, codecs); !why.empty()) {
+         FLASHLOG(trace, 1, "replacing segment ", name, ": ", why);
+         segment_ = Segment();
+         Segment::unlink(name);
+         segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
+         if (!created) throw std::runtime_error("shared segment " + name + " was recreated by another process");
+      }
    }
    SegmentHeader* h = header();
    if (created) {
       SegmentHeader init = layout;
       init.magic = 0; // written last: a reader that finds it finds a whole header
+      init.incarnation = newIncarnation();
       std::memcpy(h, &init, sizeof init);
       releaseFence();
       auto* w = reinterpret_cast<uint32_t*>(&h->magic);
@@ -61,10 +81,24 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    storeRelease(h->generation, h->generation + 1);
    storeRelease(h->writerPid, static_cast<uint32_t>(Sys::calls().getpid().value));
    if (loop) {
-      wake_ = std::make_unique<WakeServer>(wakeSocketPath(options.socketDir, name), options.mode, *loop,
-                                           [h] { return loadAcquire(h->changes); });
+      if (segment_.truncationFd() >= 0)
+         truncation_ = loop->watchReadable(segment_.truncationFd(), [this] {
+         truncation_.reset();
+         FLASHLOG(trace, 1, "segment ", segment_.name(), " was truncated under its writer");
+      });
+      wake_ = std::make_unique<WakeServer>(wakePath, options.mode, *loop, [h] { return loadAcquire(h->changes); },
+                                           options.maxReaders);
       for (auto& c : collections_) c->wakeIs(wake_.get(), wake_->armedCount());
    }
+}
+
+std::string TableWriter::distrust(const SegmentHeader& layout, const std::vector<CollectionCodec>& codecs) {
+   if (!magicOk(header())) return "no magic";
+   if (std::string why = layoutMismatch(layout, *header()); !why.empty()) return "another layout: " + why;
+   for (uint32_t i = 0; i < layout.collectionCount; ++i)
+      if (!CollectionWriter(CollectionMap::bind(segment_.base(), layout, i, codecs[i].hash)).recoverable())
+         return std::string("the index of ") + layout.collections[i].name + " has no empty bucket";
+   return {};
 }
 
 TableWriter::~TableWriter() = default;
@@ -77,6 +111,7 @@ TableReader::TableReader(const std::string& mountPath, const TableShape& shape, 
                          Loop::EventLoop& loop, TableHandler& handler, const Options& options)
     : name_(segmentName(options.prefix, mountPath)), layout_(layoutFor(shape)),
       codecs_(std::move(codecs)), loop_(loop), handler_(handler),
+      trustedUid_(options.writerUid),
       wake_(wakeSocketPath(options.socketDir, name_), loop, [this] { poll(); },
             [this] {
                remount_ = true;
@@ -86,8 +121,10 @@ TableReader::TableReader(const std::string& mountPath, const TableShape& shape, 
    if (codecs_.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    shadows_.resize(layout_.collectionCount);
    for (uint32_t c = 0; c < layout_.collectionCount; ++c) {
-      shadows_[c].seq.assign(layout_.collections[c].capacity, 0);
-      shadows_[c].keys.assign(std::size_t(layout_.collections[c].capacity) * layout_.collections[c].keySize, 0);
+      const CollectionHeader& ch = layout_.collections[c];
+      shadows_[c].seq.assign(ch.capacity, 0);
+      shadows_[c].keys.assign(std::size_t(ch.capacity) * ch.keySize, 0);
+      pending_.emplace_back(ch.keySize);
    }
    cursors_.assign(layout_.collectionCount, 0);
    for (uint32_t c = 0; c < layout_.collectionCount; ++c) readers_.push_back(std::make_unique<CollectionReader>());
@@ -111,15 +148,25 @@ bool TableReader::tryMount() {
    if (!mounted() || (remount_ && connected)) {
       // A returning writer may have replaced the segment: map it afresh and
       // compare it with what we reported (the shadows survive).
+      const uint64_t before = incarnation_;
       if (!mapSegment()) return false;
       remount_ = false;
-      for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) resync(c, Resync::remounted);
+      const Resync kind = before != 0 && before == incarnation_ ? Resync::inPlace : Resync::fresh;
+      for (std::size_t c = 0; c < readers_.size() && !corrupt_; ++c) resync(c, kind);
       ready_ = true;
       handler_.onReady();
    }
    if (connected) poll();
    // Without a writer to wake us, keep looking for one.
    return connected;
+}
+
+// Reported once per distinct reason, not at every retry.
+void TableReader::refuse(const std::string& why) {
+   FLASHLOG(trace, 5, "cannot mount ", name_, ": ", why);
+   if (why == refusal_) return;
+   refusal_ = why;
+   corrupt(why);
 }
 
 bool TableReader::mapSegment() {
@@ -130,23 +177,52 @@ bool TableReader::mapSegment() {
       FLASHLOG(trace, 5, "cannot mount ", name_, ": ", e.what());
       return false;
    }
+   // Only the writer's user may have written what we are about to trust.
+   const auto self = static_cast<uid_t>(Sys::calls().geteuid().value);
+   if (s.owner() != self && s.owner() != 0 && s.owner() != trustedUid_) {
+      refuse("segment " + name_ + " is owned by uid " + std::to_string(s.owner()) + ", not a trusted writer");
+      return false;
+   }
+   if (s.mode() & 022) {
+      char mode[16];
+      std::snprintf(mode, sizeof mode, "0%o", unsigned(s.mode()));
+      refuse("segment " + name_ + " is writable by others (mode " + mode + ")");
+      return false;
+   }
    SegmentHeader found;
    copyFromShared(&found, s.base(), sizeof found);
    if (!magicOk(&found)) return false; // its writer is still writing the header
    std::string why = layoutMismatch(layout_, found);
    if (why.empty() && s.size() < layout_.segmentSize) why = "segment truncated";
    if (!why.empty()) {
-      corrupt("segment " + name_ + " does not match: " + why);
+      refuse("segment " + name_ + " does not match: " + why);
       return false;
    }
+   refusal_.clear();
    truncation_.reset();
    segment_ = std::move(s);
    if (segment_.truncationFd() >= 0) truncation_ = loop_.watchReadable(segment_.truncationFd(), [this] { truncated(); });
    corrupt_ = false;
-   for (uint32_t c = 0; c < layout_.collectionCount; ++c)
-      readers_[c]->bind(CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash));
+   for (uint32_t c = 0; c < layout_.collectionCount; ++c) {
+      CollectionMap m = CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash);
+      m.liveness = {&TableReader::writerAlive, this};
+      readers_[c]->bind(m);
+   }
    generation_ = loadAcquire(header()->generation);
+   incarnation_ = found.incarnation;
    return true;
+}
+
+// Asked by a lookup that met a slot mid-write for long: is the writer still
+// there to finish it? The process named in the header is asked directly (the
+// loop may be busy in this very lookup); gone means no such process.
+bool TableReader::writerAlive(const void* self) {
+   const auto* r = static_cast<const TableReader*>(self);
+   if (!r->mounted()) return false;
+   const auto pid = static_cast<pid_t>(loadAcquire(r->header()->writerPid));
+   if (pid <= 0) return false;
+   Sys::Result k = Sys::calls().kill(pid, 0);
+   return k.ok() || k.err == EPERM;
 }
 
 void TableReader::poll() {
@@ -164,10 +240,20 @@ void TableReader::poll() {
    wake_.ack(seen);
 }
 
+// The handler's lookups may see changes the cursor has not reached yet: a
+// key stays pending until the cursor passes every change begun before the
+// handler returned, so that a lap of the queue meanwhile delivers it again.
 void TableReader::deliver(std::size_t c, const void* key) {
-   if (codecs_[c].validKey && !codecs_[c].validKey(key))
-      return corrupt("an invalid key in collection " + std::string(layout_.collections[c].name));
    handler_.onChange(c, key);
+   acquireFence();
+   const CollectionMap& m = readers_[c]->map();
+   const uint32_t head = loadAcquire(m.header->queueHead);
+   // The entry at the head is odd from a change's first visible store on,
+   // and holds the head's number once that change is published.
+   const QueueEntryHeader* e = m.entry(head);
+   const bool begun = (loadAcquire(e->lock) & 1) || loadGuarded(e->sequence) == head;
+   const uint32_t until = head + (begun ? 1 : 0);
+   if (newer(until, cursors_[c])) pending_[c].push(until, key);
 }
 
 // The segment shrank under the mapping: what was cut off reads as zeros,
@@ -187,9 +273,11 @@ void TableReader::drain(std::size_t c) {
    const CollectionMap& m = readers_[c]->map();
    const uint32_t head = loadAcquire(m.header->queueHead);
    uint32_t cursor = cursors_[c];
+   pending_[c].dropReached(cursor);
    if (head - cursor > m.queueMask + 1) return resync(c, Resync::inPlace);
    alignas(8) unsigned char key[kMaxKeySize];
    Shadow& sh = shadows_[c];
+   const auto validKey = codecs_[c].validKey;
    for (; cursor != head; ++cursor) {
       QueueEntryHeader* e = m.entry(cursor);
       uint32_t lock = loadAcquire(e->lock);
@@ -198,58 +286,84 @@ void TableReader::drain(std::size_t c) {
       uint32_t slotSeq = loadGuarded(e->slotSeq);
       copyFromShared(key, m.entryKey(e), m.keySize);
       acquireFence();
-      if ((lock & 1) || loadRelaxed(e->lock) != lock || sequence != cursor) {
-         // Overwritten while we were behind: one pass over the table instead.
+      // Overwritten while we were behind, or damaged: one pass over the
+      // table instead (the slots say what the entry would have).
+      if ((lock & 1) || loadRelaxed(e->lock) != lock || sequence != cursor ||
+          (slot != UINT32_MAX && slot >= m.capacity) || (validKey && !validKey(key))) {
          cursors_[c] = cursor;
          return resync(c, Resync::inPlace);
       }
-      if (slot != UINT32_MAX) {
-         if (slot >= m.capacity) return corrupt("change entry names slot " + std::to_string(slot));
+      // The shadow only moves forward: a pass may already know a later
+      // version of this slot than the entry describes.
+      if (slot != UINT32_MAX && newer(slotSeq, sh.seq[slot])) {
          sh.seq[slot] = slotSeq;
          std::memcpy(&sh.keys[std::size_t(slot) * m.keySize], key, m.keySize);
       }
       cursors_[c] = cursor + 1;
       deliver(c, key);
-      if (corrupt_) return;
    }
+   pending_[c].dropReached(cursors_[c]);
 }
 
+// One pass over the collection that leaves the reader as if it had read
+// every change queued before the pass: see "Resynchronising" in the design
+// note for why nothing is lost however often the queue laps.
 void TableReader::resync(std::size_t c, Resync kind) {
    ++resyncs_;
    const CollectionMap& m = readers_[c]->map();
+   const std::string& cname = layout_.collections[c].name;
    const uint32_t head = loadAcquire(m.header->queueHead);
    Shadow& sh = shadows_[c];
+   // Keys whose handlers may have looked past the cursor: delivered again.
+   redeliver_ = KeyRing(m.keySize);
+   std::swap(redeliver_, pending_[c]);
+   for (; !redeliver_.empty(); redeliver_.pop()) deliver(c, redeliver_.frontKey());
+   if (kind == Resync::fresh) {
+      // Versions of another segment compare with nothing: every key known
+      // before is delivered, and every slot read.
+      for (uint32_t i = 0; i < m.capacity; ++i) {
+         if (sh.seq[i] & kSeqLive) deliver(c, &sh.keys[std::size_t(i) * m.keySize]);
+         sh.seq[i] = 0;
+      }
+   }
    std::vector<unsigned char> record(m.recordSize);
+   const auto validKey = codecs_[c].validKey;
    for (uint32_t i = 0; i < m.capacity; ++i) {
-      // In the segment the shadow was taken from, a slot's seq only grows:
-      // the version already reported needs no copy and no compare. (A new
-      // segment starts its seqs afresh, so there every slot is compared.)
-      if (kind == Resync::inPlace && loadAcquire(m.slot(i)->seq) == sh.seq[i]) continue;
+      // A slot's versions only grow within one segment: the version the
+      // shadow holds needs no copy and no compare.
+      if (loadAcquire(m.slot(i)->seq) == sh.seq[i]) continue;
       uint32_t seq = 0;
       ReadStatus st = readers_[c]->readSlot(i, record.data(), &seq);
       if (st == ReadStatus::stuck) {
-         FLASHLOG(trace, 1, "slot ", i, " of ", layout_.collections[c].name, " stayed mid-write");
-         handler_.onStuck("slot " + std::to_string(i) + " of " + layout_.collections[c].name + " stayed mid-write");
-         continue; // the shadow keeps what was reported; a later pass sees the repair
+         const std::string what = "slot " + std::to_string(i) + " of " + cname + " stayed mid-write";
+         FLASHLOG(trace, 1, what);
+         handler_.onStuck(what);
+         continue; // the shadow keeps what was known; the next writer repairs it
+      }
+      if (st == ReadStatus::found && validKey && !validKey(record.data())) st = ReadStatus::corrupt;
+      if (st == ReadStatus::corrupt) {
+         // Reported, and read as no record; it is reported again while it
+         // stays as it is.
+         const std::string what = "slot " + std::to_string(i) + " of " + cname + " holds a damaged record";
+         FLASHLOG(trace, 1, what);
+         handler_.onCorrupt(what);
+         seq &= ~kSeqLive;
       }
       const bool live = st == ReadStatus::found;
       unsigned char* old = &sh.keys[std::size_t(i) * m.keySize];
       const bool wasLive = sh.seq[i] & kSeqLive;
       const bool sameKey = std::memcmp(old, record.data(), m.keySize) == 0;
-      if (wasLive && (!live || !sameKey)) {
-         alignas(8) unsigned char gone[kMaxKeySize];
-         std::memcpy(gone, old, m.keySize);
-         deliver(c, gone);
-         if (corrupt_) return;
-      }
-      if (live && (!wasLive || !sameKey || sh.seq[i] != seq)) {
-         deliver(c, record.data());
-         if (corrupt_) return;
-      }
+      const uint32_t oldSeq = sh.seq[i];
+      // The shadow first: a handler's lookups may look past this slot.
       sh.seq[i] = seq;
+      alignas(8) unsigned char gone[kMaxKeySize];
+      if (wasLive && (!live || !sameKey)) std::memcpy(gone, old, m.keySize);
       if (live) std::memcpy(old, record.data(), m.keySize);
+      if (wasLive && (!live || !sameKey)) deliver(c, gone);
+      if (live && (!wasLive || !sameKey || oldSeq != seq)) deliver(c, record.data());
    }
    cursors_[c] = head;
+   pending_[c].dropReached(head);
 }
 
 } // namespace Pond

@@ -3,6 +3,7 @@
 // one to four collections, with one writer process and any number of reader
 // processes that come and go independently of it.
 #include "pond/Collection.h"
+#include "pond/KeyRing.h"
 #include "pond/Segment.h"
 #include "pond/Shape.h"
 #include "pond/Wake.h"
@@ -17,6 +18,11 @@ struct Options {
    std::string prefix = "mcastfib"; // of the shared-memory object's name
    std::string socketDir = "/dev/shm";
    mode_t mode = 0600;              // owner-only unless a group is asked for
+   // Readers trust a table whose segment and wake socket belong to their
+   // own user or to root; set this to trust one other writer user too.
+   uid_t writerUid = static_cast<uid_t>(-1);
+   // Connections a writer keeps for readers; more are told they are refused.
+   std::size_t maxReaders = 256;
 };
 
 // Per collection: how to hash a key, and (optionally) whether key bytes met
@@ -25,6 +31,8 @@ struct CollectionCodec {
    KeyHash hash = nullptr;
    bool (*validKey)(const void* key) = nullptr;
 };
+
+class WriterLock;
 
 class TableWriter {
  public:
@@ -47,12 +55,19 @@ class TableWriter {
    uint32_t armedReaders() const noexcept { return wake_ ? *wake_->armedCount() : 0; }
    // Removes the table's name; readers keep their mapping until they unmount.
    void unlink();
+   // The object was truncated under the writer (by another process of its
+   // user): its writes since go to private memory. Reopen the table.
+   bool truncated() const noexcept { return segment_.truncated(); }
 
  private:
    SegmentHeader* header() const noexcept { return static_cast<SegmentHeader*>(segment_.base()); }
+   // Why the segment an earlier writer left cannot be recovered, or empty.
+   std::string distrust(const SegmentHeader& layout, const std::vector<CollectionCodec>& codecs);
 
+   std::unique_ptr<WriterLock> lock_; // first in, last out
    Segment segment_;
    std::unique_ptr<WakeServer> wake_;
+   Loop::Watch truncation_;
    std::vector<std::unique_ptr<CollectionWriter>> collections_;
    std::vector<std::unique_ptr<CollectionReader>> views_;
    bool recovered_ = false;
@@ -94,21 +109,26 @@ class TableReader {
    uint64_t resyncs() const noexcept { return resyncs_; }
 
  private:
+   // Per slot, what the reader last knew of it: the seq of the version (its
+   // live bit says whether it held a record) and that record's key.
    struct Shadow {
-      std::vector<uint32_t> seq; // per slot; 0 = nothing reported
+      std::vector<uint32_t> seq; // 0 = nothing known
       std::vector<unsigned char> keys;
    };
    bool tryMount();
    bool mapSegment();
    void retryLater();
-   // Whether a resynchronisation compares the shadow with the segment it
-   // was taken from, or with one mapped afresh.
-   enum class Resync : uint8_t { inPlace, remounted };
+   // Whether a resynchronisation compares the shadow with slot versions of
+   // the same incarnation of the segment, or with another's (where versions
+   // mean nothing and everything is delivered).
+   enum class Resync : uint8_t { inPlace, fresh };
    void resync(std::size_t c, Resync kind);
    void drain(std::size_t c);
    void deliver(std::size_t c, const void* key);
    void corrupt(const std::string& what);
+   void refuse(const std::string& why);
    void truncated();
+   static bool writerAlive(const void* self);
    const SegmentHeader* header() const noexcept { return static_cast<const SegmentHeader*>(segment_.base()); }
 
    std::string name_;
@@ -119,11 +139,16 @@ class TableReader {
    Segment segment_;
    std::vector<std::unique_ptr<CollectionReader>> readers_;
    std::vector<Shadow> shadows_;
+   std::vector<KeyRing> pending_;  // per collection: keys delivered while behind
+   KeyRing redeliver_;             // the pending keys a resync delivers again
    std::vector<uint32_t> cursors_;
+   uid_t trustedUid_;
+   std::string refusal_;           // the last refusal reported, not repeated
    WakeClient wake_;
    Loop::Timer retry_;
    Loop::Watch truncation_;
    uint32_t generation_ = 0;
+   uint64_t incarnation_ = 0;
    bool ready_ = false;
    bool corrupt_ = false;
    bool remount_ = false;

@@ -156,6 +156,7 @@ TEST_F(PondTable, ARestartedWriterRepairsAnIndexLeftMidChange) {
          const Item added = Item::make(500, 1);
          std::memcpy(m.slotData(i), &added, sizeof added);
          m.slot(i)->seq = nextVersion(m.slot(i)->seq) | kSeqLive;
+         m.slot(i)->check = recordCheck(m.slot(i)->seq, &added, sizeof added);
          break;
       }
    ::munmap(p, writer->segmentSize());

@@ -3,6 +3,7 @@
 #include "gant/Error.h"
 
 #include <sched.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -133,6 +134,12 @@ Result Calls::setns(int fd, int nsType) {
 }
 Result Calls::getpid() {
    return once([] { return ::getpid(); });
+}
+Result Calls::geteuid() {
+   return once([] { return static_cast<long>(::geteuid()); });
+}
+Result Calls::kill(pid_t pid, int sig) {
+   return retryEintr([&] { return ::kill(pid, sig); });
 }
 Result Calls::nanosleep(long ns) {
    const timespec t{static_cast<time_t>(ns / 1000000000L), ns % 1000000000L};

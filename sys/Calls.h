@@ -82,6 +82,9 @@ class Calls {
    // Process.
    virtual Result setns(int fd, int nsType);
    virtual Result getpid();
+   virtual Result geteuid();
+   // kill(pid, 0) asks whether pid exists (EPERM: it does, as another user).
+   virtual Result kill(pid_t pid, int sig);
    // Sleeps for ns nanoseconds (a wait bounded by the clock, not retried).
    virtual Result nanosleep(long ns);
 };

@@ -1,0 +1,258 @@
+// Tables against another local user and against damage: squatted names,
+// locks others take, untrusted segments, a writer that is slow rather than
+// dead, an index no writer left, truncation under the writer, bytes changed
+// behind the writer's back. Real processes; "another user" is uid 65534.
+#include "pond/WriterLock.h"
+#include "pond/testlib/Fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace {
+
+using namespace Pond;
+using namespace Pond::Test;
+
+constexpr uid_t kStranger = 65534;
+
+struct PondHostile : ::testing::Test {
+   Loop::EpollLoop loop;
+   Options options = uniqueOptions();
+   std::string path = "routing/multicast/routestatus/default/hostile";
+   std::string name = segmentName(options.prefix, path);
+   void settle() {
+      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
+   }
+   void TearDown() override { Segment::unlink(name); }
+};
+
+// Runs f in a child process as uid/gid 65534; its exit code.
+template <class F>
+int asStranger(F f) {
+   const pid_t pid = ::fork();
+   if (pid == 0) {
+      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
+         ::_exit(90);
+      ::_exit(f());
+   }
+   int status = 0;
+   ::waitpid(pid, &status, 0);
+   return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+}
+
+// A whole, valid-looking header under `name`, created by whoever runs it.
+int plantSegment(const std::string& name, const SegmentHeader& layout, mode_t mode) {
+   const int fd = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, mode);
+   if (fd < 0 || ::fchmod(fd, mode) != 0 || ::ftruncate(fd, off_t(layout.segmentSize)) != 0) return 91;
+   if (::pwrite(fd, &layout, sizeof layout, 0) != ssize_t(sizeof layout)) return 92;
+   return fd;
+}
+
+uint32_t slotOf(TableWriter& w, uint32_t key) {
+   const auto* data = static_cast<const unsigned char*>(w.collection(0).find(&key));
+   return uint32_t((data - sizeof(SlotHeader) - w.collection(0).map().slots) / w.collection(0).map().slotStride);
+}
+
+TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
+   ASSERT_EQ(::geteuid(), 0u) << "needs root, as CI has";
+   const SegmentHeader layout = layoutFor(itemShape());
+   // World-writable and of the right layout: trusting it would let its
+   // owner scribble records readers believe. It also holds a lock on it.
+   int fds[2];
+   ASSERT_EQ(::pipe(fds), 0);
+   const pid_t squatter = ::fork();
+   if (squatter == 0) {
+      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
+         ::_exit(90);
+      const int fd = plantSegment(name, layout, 0666);
+      ::flock(fd, LOCK_EX);
+      char c = 1;
+      (void)!::write(fds[1], &c, 1);
+      ::pause();
+      ::_exit(0);
+   }
+   char c;
+   ASSERT_EQ(::read(fds[0], &c, 1), 1);
+   {
+      TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
+      EXPECT_FALSE(writer.recovered());
+      struct stat st{};
+      const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);
+      ASSERT_EQ(::fstat(fd, &st), 0);
+      ::close(fd);
+      EXPECT_EQ(st.st_uid, 0u);
+      EXPECT_EQ(st.st_mode & 0777, 0600u);
+   }
+   ::kill(squatter, SIGKILL);
+   ::waitpid(squatter, nullptr, 0);
+   // A user who cannot remove what another left is refused, not let in.
+   const int rc = asStranger([&] {
+      try {
+         TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
+      } catch (const std::exception& e) {
+         return std::strstr(e.what(), "cannot be replaced") ? 0 : 2;
+      }
+      return 1;
+   });
+   EXPECT_EQ(rc, 0);
+}
+
+TEST_F(PondHostile, LocksOthersTakeOnTheSegmentCannotShutTheWriterOut) {
+   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   MapWriter<Item>(writer->collection(0)).set(Item::make(1, 1));
+   // A reader's read-only descriptor takes a shared lock; the writer restarts.
+   const int reader = ::shm_open(name.c_str(), O_RDONLY, 0);
+   ASSERT_EQ(::flock(reader, LOCK_SH | LOCK_NB), 0);
+   writer.reset();
+   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   EXPECT_TRUE(writer->recovered());
+   EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(1));
+   ::close(reader);
+   // Still one live writer at a time.
+   try {
+      TableWriter second(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
+      ADD_FAILURE() << "a second writer was let in";
+   } catch (const std::runtime_error& e) {
+      EXPECT_NE(std::string(e.what()).find("already has a live writer"), std::string::npos) << e.what();
+   }
+}
+
+TEST_F(PondHostile, ReadersRefuseASegmentOfAStrangerOrWritableByOthers) {
+   const SegmentHeader layout = layoutFor(itemShape());
+   struct Case {
+      bool stranger;
+      mode_t mode;
+      const char* refusal;
+   } cases[] = {{true, 0644, "is owned by uid 65534, not a trusted writer"},
+                {false, 0666, "is writable by others (mode 0666)"}};
+   for (const Case& c : cases) {
+      if (c.stranger) {
+         ASSERT_EQ(asStranger([&] { return plantSegment(name, layout, c.mode) >= 0 ? 0 : 1; }), 0);
+      } else {
+         ASSERT_GE(plantSegment(name, layout, c.mode), 0);
+      }
+      Recorder rec;
+      TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+      settle();
+      EXPECT_FALSE(reader.mounted());
+      ASSERT_EQ(rec.corrupt.size(), 1u) << "reported once, not at every retry";
+      EXPECT_EQ(rec.corrupt[0], "segment " + name + " " + c.refusal);
+      Segment::unlink(name);
+   }
+}
+
+TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
+   int ready[2], go[2];
+   ASSERT_EQ(::pipe(ready), 0);
+   ASSERT_EQ(::pipe(go), 0);
+   const pid_t child = ::fork();
+   if (child == 0) {
+      Loop::EpollLoop childLoop;
+      TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &childLoop, options);
+      MapWriter<Item>(writer.collection(0)).set(Item::make(7, 1));
+      SlotHeader* slot = writer.collection(0).map().slot(slotOf(writer, 7));
+      const uint32_t seq = slot->seq;
+      char c = 1;
+      for (int round = 0; round < 2; ++round) {
+         // Mid-write, as a writer descheduled in the middle of a rewrite.
+         storeRelease(slot->seq, seq | kSeqWriting);
+         (void)!::write(ready[1], &c, 1);
+         if (round == 0) {
+            ::usleep(300 * 1000);
+            storeRelease(slot->seq, seq);
+         }
+         (void)!::read(go[0], &c, 1);
+      }
+      ::pause();
+      ::_exit(0);
+   }
+   Recorder rec;
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+   char c;
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   MapReader<Item> items(reader.collection(0));
+   auto f = items.find(7);
+   EXPECT_EQ(f.status, ReadStatus::found) << "the writer is alive: it is waited for";
+   ASSERT_EQ(::write(go[1], &c, 1), 1);
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
+   ::kill(child, SIGKILL);
+   ::waitpid(child, nullptr, 0);
+   EXPECT_EQ(items.find(7).status, ReadStatus::stuck) << "its writer is dead";
+}
+
+TEST_F(PondHostile, AnIndexNoWriterLeftIsRecreatedNotRepairedForever) {
+   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   MapWriter<Item>(writer->collection(0)).set(Item::make(1, 1));
+   const CollectionMap& m = writer->collection(0).map();
+   std::memset(m.tags, 0x5a, m.bucketMask + 1); // no empty bucket anywhere
+   writer.reset();
+   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   EXPECT_FALSE(writer->recovered());
+   MapWriter<Item> items(writer->collection(0));
+   EXPECT_EQ(items.size(), 0u);
+   items.set(Item::make(2, 1));
+   EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(2));
+}
+
+TEST_F(PondHostile, ASegmentTruncatedToNothingUnderItsWriter) {
+   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer->collection(0));
+   items.set(Item::make(1, 1));
+   const int fd = ::shm_open(name.c_str(), O_RDWR, 0);
+   ASSERT_EQ(::ftruncate(fd, 0), 0);
+   ::close(fd);
+   for (uint32_t k = 2; k < 40; ++k) items.set(Item::make(k, 1)); // no SIGBUS
+   settle();
+   EXPECT_TRUE(writer->truncated());
+   writer.reset();
+   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   EXPECT_FALSE(writer->recovered()) << "an object of the wrong size is recreated, not refused for ever";
+   MapWriter<Item>(writer->collection(0)).set(Item::make(3, 1));
+}
+
+TEST_F(PondHostile, DamageBehindTheWritersBackIsReportedNotDelivered) {
+   auto writer = std::make_unique<TableWriter>(path, itemShape(64, 8), std::vector{Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer->collection(0));
+   for (uint32_t k = 0; k < 10; ++k) items.set(Item::make(k, 1));
+   Recorder rec;
+   TableReader reader(path, itemShape(64, 8), {Record<Item>::codec()}, loop, rec, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   settle();
+   // Random bytes in a record whose seq stays intact: as valid an Item as any.
+   const CollectionMap& m = writer->collection(0).map();
+   unsigned char* record = m.slotData(slotOf(*writer, 4));
+   for (std::size_t i = 4; i < sizeof(Item); ++i) record[i] = static_cast<unsigned char>(i * 37 + 11);
+   EXPECT_EQ(MapReader<Item>(reader.collection(0)).find(4).status, ReadStatus::corrupt);
+   EXPECT_TRUE(MapReader<Item>(reader.collection(0)).find(5));
+   // One bad word in the change queue, in an entry the reader has yet to read.
+   rec.changed.clear();
+   const uint64_t resyncs = reader.resyncs();
+   items.set(Item::make(5, 2));
+   m.entry(m.header->queueHead - 1)->slot = 0x7fff;
+   items.set(Item::make(6, 2));
+   settle();
+   EXPECT_EQ(reader.resyncs(), resyncs + 1) << "a damaged entry costs a pass";
+   EXPECT_TRUE(rec.corrupt.empty());
+   EXPECT_NE(std::find(rec.changed.begin(), rec.changed.end(), 6u), rec.changed.end());
+   rec.changed.clear();
+   items.set(Item::make(7, 2));
+   settle();
+   EXPECT_EQ(rec.changed, (std::vector<uint32_t>{7})) << "the reader trusts a healthy writer again";
+   // The next writer drops the damaged record.
+   writer.reset();
+   writer = std::make_unique<TableWriter>(path, itemShape(64, 8), std::vector{Record<Item>::codec()}, &loop, options);
+   EXPECT_TRUE(writer->recovered());
+   EXPECT_EQ(MapWriter<Item>(writer->collection(0)).size(), 9u);
+}
+
+} // namespace
