@@ -72,21 +72,28 @@ void CollectionReader::bind(const CollectionMap& m) {
    validated_.assign(m.capacity, 0);
 }
 
-bool waitForWriter(const CollectionMap& m) {
-   if (!m.liveness.alive || !m.liveness.alive(m.liveness.context)) return false;
-   Sys::calls().nanosleep(50 * 1000);
-   return true;
+Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen) {
+   if (!m.queue) return Held::dead;
+   const QueueEntryHeader* e = m.entry(loadAcquire(m.header->queueHead));
+   if (!(loadAcquire(e->lock) & 1) && loadAcquire(word) == seen) return Held::damaged;
+   const Held why = m.liveness.held ? m.liveness.held(m.liveness.context) : Held::dead;
+   // What the owner saw may postdate the change that held the word.
+   if (why != Held::wait && loadAcquire(word) == seen) return why;
+   Sys::calls().nanosleep(200 * 1000);
+   return Held::wait;
 }
 
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
    SlotHeader* s = m_.slot(i);
    for (int spin = 0;; ++spin) {
-      if (spin == kMaxReadSpins) {
-         if (!waitForWriter(m_)) return ReadStatus::stuck;
-         spin = 0;
-      }
       const uint32_t s1 = loadAcquire(s->seq);
       if (s1 & kSeqWriting) {
+         if (spin >= kMaxReadSpins) {
+            spin = 0;
+            const Held why = whyHeld(m_, s->seq, s1);
+            if (why == Held::dead) return ReadStatus::stuck;
+            if (why == Held::damaged) return ReadStatus::corrupt;
+         }
          cpuRelax();
          continue;
       }
@@ -134,6 +141,9 @@ bool CollectionWriter::recoverable() const {
 uint32_t CollectionWriter::recover() {
    free_.clear();
    size_ = 0;
+   // Repair rewrites slots and moves index entries: a change under way to
+   // readers, until the first change this writer publishes.
+   beginChange();
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       SlotHeader* s = m_.slot(i);
       // Left mid-write by a writer that died, or changed behind the

@@ -32,11 +32,16 @@ const char* readStatusName(ReadStatus s) noexcept;
 
 using KeyHash = uint32_t (*)(const void* key);
 
-// Whether the writer of a table is alive: a slot it left mid-write is then
-// only late (the writer is slow, or stopped) and is waited for; only a dead
-// writer's slot is reported stuck.
+// Why a word (a slot's seq, the index's indexSeq) stays mid-change.
+enum class Held : uint8_t {
+   wait,    // by a live writer, inside a change: late (slow, or stopped)
+   dead,    // by a writer that died inside a change
+   damaged, // by no change at all: bytes changed behind the writer's back
+};
+// Asks the table's owner about its writer: dead, damaged when the writer
+// cannot be inside a change (it sleeps, or it is the caller), else wait.
 struct Liveness {
-   bool (*alive)(const void* context) = nullptr;
+   Held (*held)(const void* context) = nullptr;
    const void* context = nullptr;
 };
 
@@ -64,13 +69,16 @@ struct CollectionMap {
    unsigned char* entryKey(QueueEntryHeader* e) const { return reinterpret_cast<unsigned char*>(e + 1); }
 };
 
-// How long a reader spins on a slot left mid-write before it asks whether
-// the writer is alive.
+// How long a reader spins on a slot or index left mid-change before it
+// asks why.
 constexpr int kMaxReadSpins = 20000;
 
-// After kMaxReadSpins: true, after a short sleep, when the writer is alive
-// and is to be waited for; false when it is dead (or unknown to m).
-[[gnu::cold]] bool waitForWriter(const CollectionMap& m);
+// Why a word seen odd, at value seen, stays odd. A writer holds a slot or
+// the index mid-change only inside one of its changes, which keep the
+// entry at the queue's head odd: with that entry even and the word still
+// at seen, no writer is changing it. Otherwise the table's owner is asked;
+// wait comes after a short sleep.
+[[gnu::cold]] Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen);
 
 inline void cpuRelax() {
 #if defined(__i386__) || defined(__x86_64__)
@@ -79,16 +87,19 @@ inline void cpuRelax() {
 }
 
 // Seqlock read of slot i's record into out (bytes bytes). found or absent
-// with the slot's seq, or stuck when the slot stayed mid-write.
+// with the slot's seq; stuck when the slot stays mid-write because its
+// writer died, corrupt when no writer is writing it.
 inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq) {
    SlotHeader* s = m.slot(i);
    for (int spin = 0;; ++spin) {
-      if (spin == kMaxReadSpins) {
-         if (!waitForWriter(m)) return ReadStatus::stuck;
-         spin = 0;
-      }
       uint32_t s1 = loadAcquire(s->seq);
       if (s1 & kSeqWriting) {
+         if (spin >= kMaxReadSpins) {
+            spin = 0;
+            const Held why = whyHeld(m, s->seq, s1);
+            if (why == Held::dead) return ReadStatus::stuck;
+            if (why == Held::damaged) return ReadStatus::corrupt;
+         }
          cpuRelax();
          continue;
       }
@@ -169,12 +180,14 @@ template <std::size_t Bytes, class Key>
 [[gnu::noinline, gnu::cold]] Lookup lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out) {
    const uint8_t tag = bucketTag(hash);
    for (int attempt = 0;; ++attempt) {
-      if (attempt == kMaxReadSpins) {
-         if (!waitForWriter(m)) return {ReadStatus::stuck, 0, 0};
-         attempt = 0;
-      }
       const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
       if (indexSeq & 1) {
+         if (attempt >= kMaxReadSpins) {
+            attempt = 0;
+            const Held why = whyHeld(m, m.header->indexSeq, indexSeq);
+            if (why == Held::dead) return {ReadStatus::stuck, 0, 0};
+            if (why == Held::damaged) return {ReadStatus::corrupt, 0, 0};
+         }
          cpuRelax();
          continue;
       }

@@ -11,7 +11,9 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -150,6 +152,41 @@ TEST_F(PondHostile, ReadersRefuseASegmentOfAStrangerOrWritableByOthers) {
    }
 }
 
+TEST_F(PondHostile, ReadersDoNotTrustAWakeSocketServedByAnotherUser) {
+   // The rightful writer runs without a wake socket; a stranger serves one
+   // at its path and would never wake anybody.
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
+   MapWriter<Item>(writer.collection(0)).set(Item::make(1, 1));
+   const std::string wake = wakeSocketPath(options.socketDir, name);
+   int fds[2];
+   ASSERT_EQ(::pipe(fds), 0);
+   const pid_t impostor = ::fork();
+   if (impostor == 0) {
+      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
+         ::_exit(90);
+      const int s = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
+      sockaddr_un a{};
+      a.sun_family = AF_UNIX;
+      std::strncpy(a.sun_path, wake.c_str(), sizeof a.sun_path - 1);
+      if (::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(s, 8) != 0) ::_exit(91);
+      char c = 1;
+      (void)!::write(fds[1], &c, 1);
+      ::pause();
+      ::_exit(0);
+   }
+   char c;
+   ASSERT_EQ(::read(fds[0], &c, 1), 1);
+   Recorder rec;
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+   settle();
+   ::kill(impostor, SIGKILL);
+   ::waitpid(impostor, nullptr, 0);
+   ::unlink(wake.c_str());
+   ASSERT_EQ(rec.corrupt.size(), 1u);
+   EXPECT_EQ(rec.corrupt[0], "the wake socket of segment " + name + " is served by uid 65534, not by the segment's owner uid 0");
+   EXPECT_EQ(rec.changed, (std::vector<uint32_t>{1})) << "the table itself is still read";
+}
+
 TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    int ready[2], go[2];
    ASSERT_EQ(::pipe(ready), 0);
@@ -159,16 +196,21 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
       Loop::EpollLoop childLoop;
       TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &childLoop, options);
       MapWriter<Item>(writer.collection(0)).set(Item::make(7, 1));
-      SlotHeader* slot = writer.collection(0).map().slot(slotOf(writer, 7));
-      const uint32_t seq = slot->seq;
+      const CollectionMap& m = writer.collection(0).map();
+      SlotHeader* slot = m.slot(slotOf(writer, 7));
+      QueueEntryHeader* next = m.entry(m.header->queueHead);
+      const uint32_t seq = slot->seq, lock = next->lock;
       char c = 1;
       for (int round = 0; round < 2; ++round) {
-         // Mid-write, as a writer descheduled in the middle of a rewrite.
+         // Mid-write, as a writer descheduled in the middle of a rewrite:
+         // its change begun, the slot odd.
+         storeRelease(next->lock, lock | 1);
          storeRelease(slot->seq, seq | kSeqWriting);
          (void)!::write(ready[1], &c, 1);
          if (round == 0) {
-            ::usleep(300 * 1000);
+            ::raise(SIGSTOP); // stopped in the middle, until continued
             storeRelease(slot->seq, seq);
+            storeRelease(next->lock, lock);
          }
          (void)!::read(go[0], &c, 1);
       }
@@ -181,13 +223,32 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
    loop.runUntil([&] { return reader.ready(); }, 5);
    MapReader<Item> items(reader.collection(0));
+   const pid_t continuer = ::fork();
+   if (continuer == 0) {
+      ::usleep(300 * 1000);
+      ::kill(child, SIGCONT);
+      ::_exit(0);
+   }
    auto f = items.find(7);
+   ::waitpid(continuer, nullptr, 0);
    EXPECT_EQ(f.status, ReadStatus::found) << "the writer is alive: it is waited for";
    ASSERT_EQ(::write(go[1], &c, 1), 1);
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
    ::kill(child, SIGKILL);
    ::waitpid(child, nullptr, 0);
    EXPECT_EQ(items.find(7).status, ReadStatus::stuck) << "its writer is dead";
+}
+
+TEST_F(PondHostile, ASlotHeldOddOutsideAnyChangeIsDamageNotAWait) {
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item>(writer.collection(0)).set(Item::make(7, 1));
+   Recorder rec;
+   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+   loop.runUntil([&] { return reader.ready(); }, 5);
+   // Another process of the writer's user sets the seq odd; the writer is
+   // alive, but no change of its is under way.
+   writer.collection(0).map().slot(slotOf(writer, 7))->seq |= kSeqWriting;
+   EXPECT_EQ(MapReader<Item>(reader.collection(0)).find(7).status, ReadStatus::corrupt);
 }
 
 TEST_F(PondHostile, AnIndexNoWriterLeftIsRecreatedNotRepairedForever) {

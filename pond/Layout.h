@@ -63,6 +63,8 @@ struct SegmentHeader {
    uint32_t generation; // bumped by every writer that opens the segment
    uint32_t writerPid;
    uint32_t changes; // bumped after every change entry, of any collection
+   uint32_t writerTid; // the writer's thread: the one that makes changes
+   uint32_t reserved;
    CollectionHeader collections[kMaxCollections];
 };
 static_assert(sizeof(SegmentHeader) % 8 == 0);

@@ -5,6 +5,7 @@
 #include "flashlog/Flashlog.h"
 #include "sys/Calls.h"
 
+#include <fcntl.h>
 #include <signal.h>
 
 #include <chrono>
@@ -17,6 +18,8 @@ namespace Pond {
 namespace {
 Flashlog::Handle& trace = Flashlog::handle("Pond");
 constexpr double kRetrySeconds = 0.05;
+// A reader turned away asks again, and polls the table meanwhile, this often.
+constexpr double kRefusedRetrySeconds = 1.0;
 
 // Slot versions wrap: a is newer than b when it is ahead by less than half
 // the range.
@@ -80,6 +83,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    recovered_ = !created;
    storeRelease(h->generation, h->generation + 1);
    storeRelease(h->writerPid, static_cast<uint32_t>(Sys::calls().getpid().value));
+   storeRelease(h->writerTid, static_cast<uint32_t>(Sys::calls().gettid().value));
    if (loop) {
       if (segment_.truncationFd() >= 0)
          truncation_ = loop->watchReadable(segment_.truncationFd(), [this] {
@@ -117,6 +121,13 @@ TableReader::TableReader(const std::string& mountPath, const TableShape& shape, 
                remount_ = true;
                handler_.onWriterGone();
                retryLater();
+            },
+            [this](const std::string& why) {
+               FLASHLOG(trace, 1, "the writer of ", name_, " refused this reader: ", why);
+               handler_.onRefused(why);
+               retry_ = loop_.timerAfter(kRefusedRetrySeconds, [this] {
+                  if (!tryMount()) retryLater();
+               });
             }) {
    if (codecs_.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    shadows_.resize(layout_.collectionCount);
@@ -144,7 +155,7 @@ void TableReader::retryLater() {
 
 bool TableReader::tryMount() {
    // Connect first: a change made while we read is then sure to wake us.
-   const bool connected = wake_.connect();
+   bool connected = wake_.connect();
    if (!mounted() || (remount_ && connected)) {
       // A returning writer may have replaced the segment: map it afresh and
       // compare it with what we reported (the shadows survive).
@@ -156,9 +167,28 @@ bool TableReader::tryMount() {
       ready_ = true;
       handler_.onReady();
    }
-   if (connected) poll();
-   // Without a writer to wake us, keep looking for one.
+   if (connected && mounted() && !trustWriter()) {
+      wake_.disconnect();
+      connected = false;
+   }
+   // Without a writer to wake us (none yet, or it turned us away), poll
+   // at every try while looking for one.
+   if (mounted()) poll();
    return connected;
+}
+
+// The process at the other end of the wake socket must be of the user that
+// owns the segment: an impostor's socket would keep us waiting for wakes
+// that never come.
+bool TableReader::trustWriter() {
+   uid_t uid = 0;
+   pid_t pid = 0;
+   if (!wake_.peerCredentials(uid, pid)) return false;
+   writerPid_ = pid;
+   if (uid == segment_.owner()) return true;
+   refuse("the wake socket of segment " + name_ + " is served by uid " + std::to_string(uid) +
+          ", not by the segment's owner uid " + std::to_string(segment_.owner()));
+   return false;
 }
 
 // Reported once per distinct reason, not at every retry.
@@ -205,7 +235,7 @@ bool TableReader::mapSegment() {
    corrupt_ = false;
    for (uint32_t c = 0; c < layout_.collectionCount; ++c) {
       CollectionMap m = CollectionMap::bind(segment_.base(), layout_, c, codecs_[c].hash);
-      m.liveness = {&TableReader::writerAlive, this};
+      m.liveness = {&TableReader::writerHeld, this};
       readers_[c]->bind(m);
    }
    generation_ = loadAcquire(header()->generation);
@@ -213,16 +243,49 @@ bool TableReader::mapSegment() {
    return true;
 }
 
-// Asked by a lookup that met a slot mid-write for long: is the writer still
-// there to finish it? The process named in the header is asked directly (the
-// loop may be busy in this very lookup); gone means no such process.
-bool TableReader::writerAlive(const void* self) {
+namespace {
+// The scheduler's state letter of a thread ('R', 'S', 'T'...), 0 when it
+// cannot be read (no such thread).
+char threadState(pid_t pid, pid_t tid) {
+   char path[64];
+   std::snprintf(path, sizeof path, "/proc/%d/task/%d/stat", int(pid), int(tid));
+   Sys::Calls& sys = Sys::calls();
+   Sys::Result fd = sys.open(path, O_RDONLY | O_CLOEXEC, 0);
+   if (!fd.ok()) return 0;
+   char buf[512];
+   Sys::Result n = sys.read(static_cast<int>(fd.value), buf, sizeof buf - 1);
+   sys.close(static_cast<int>(fd.value));
+   if (!n.ok() || n.value <= 0) return 0;
+   buf[n.value] = 0;
+   const char* paren = std::strrchr(buf, ')'); // the command name may hold anything
+   return paren && paren[1] == ' ' ? paren[2] : 0;
+}
+} // namespace
+
+// Asked by a lookup that met a word mid-change for long, without the loop
+// (which may be busy in this very lookup). A connected reader sees its
+// writer's death as the connection's hang-up; one without a connection
+// asks after the process the header names. A live writer inside a change
+// is running, runnable, stopped or paging, never asleep; and it is not the
+// thread asking.
+Held TableReader::writerHeld(const void* self) {
    const auto* r = static_cast<const TableReader*>(self);
-   if (!r->mounted()) return false;
+   if (!r->mounted()) return Held::dead;
+   Sys::Calls& sys = Sys::calls();
    const auto pid = static_cast<pid_t>(loadAcquire(r->header()->writerPid));
-   if (pid <= 0) return false;
-   Sys::Result k = Sys::calls().kill(pid, 0);
-   return k.ok() || k.err == EPERM;
+   const auto tid = static_cast<pid_t>(loadAcquire(r->header()->writerTid));
+   if (r->wake_.connected()) {
+      if (r->wake_.peerClosed()) return Held::dead;
+      if (pid != r->writerPid_) return Held::damaged; // the header says otherwise than the socket
+   } else {
+      Sys::Result k = pid > 0 ? sys.kill(pid, 0) : Sys::Result{-1, ESRCH};
+      if (!k.ok() && k.err != EPERM) return Held::dead;
+   }
+   if (tid == static_cast<pid_t>(sys.gettid().value)) return Held::damaged;
+   switch (threadState(pid, tid)) {
+   case 'R': case 'D': case 'T': case 't': case 'W': return Held::wait;
+   default: return Held::damaged; // asleep, or no such thread of the writer
+   }
 }
 
 void TableReader::poll() {

@@ -88,6 +88,10 @@ class TableHandler {
    virtual void onStuck(const std::string& what) { (void)what; }
    // The segment holds what no writer writes; the text says what.
    virtual void onCorrupt(const std::string& what) { (void)what; }
+   // The writer turned this reader away (it serves too many): the reader
+   // still reads the table, polling it now and then instead of being
+   // woken, and asks again later.
+   virtual void onRefused(const std::string& why) { (void)why; }
 };
 
 class TableReader {
@@ -128,7 +132,8 @@ class TableReader {
    void corrupt(const std::string& what);
    void refuse(const std::string& why);
    void truncated();
-   static bool writerAlive(const void* self);
+   bool trustWriter();
+   static Held writerHeld(const void* self);
    const SegmentHeader* header() const noexcept { return static_cast<const SegmentHeader*>(segment_.base()); }
 
    std::string name_;
@@ -143,6 +148,7 @@ class TableReader {
    KeyRing redeliver_;             // the pending keys a resync delivers again
    std::vector<uint32_t> cursors_;
    uid_t trustedUid_;
+   pid_t writerPid_ = 0;           // of the connected writer, from the socket
    std::string refusal_;           // the last refusal reported, not repeated
    WakeClient wake_;
    Loop::Timer retry_;

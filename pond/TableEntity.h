@@ -50,6 +50,7 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    void onChange(std::size_t c, const void* key) override { tableChanged(c, key); }
    void onReady() override { tableStatusChanged(); }
    void onWriterGone() override { tableStatusChanged(); }
+   void onRefused(const std::string&) override { tableStatusChanged(); }
    void onCorrupt(const std::string& what) override {
       corruption_ = what;
       tableStatusChanged();

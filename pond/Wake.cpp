@@ -6,6 +6,7 @@
 #include "sys/Calls.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -361,6 +362,14 @@ void WakeClient::onPipe() {
    if (r.ok() && r.value > 0) return woken();
    if (!r.ok() && (r.err == EAGAIN || r.err == EWOULDBLOCK)) return;
    drop(); // the writer closed its end: it is gone
+}
+
+bool WakeClient::peerClosed() const {
+   if (!fd_.valid()) return true;
+   short revents = 0;
+   // Hang-up is reported even while messages wait unread ahead of it.
+   if (!Sys::calls().pollNow(fd_.get(), POLLRDHUP, revents).ok()) return false;
+   return revents & (POLLRDHUP | POLLHUP | POLLERR);
 }
 
 void WakeClient::woken() {

@@ -119,6 +119,10 @@ class WakeClient {
    // Connects when not connected; false when no writer listens.
    bool connect();
    bool connected() const noexcept { return fd_.valid(); }
+   // Whether the writer at the other end has closed the connection (it
+   // died), asked now rather than when the loop next reads it: false
+   // while connected to a live writer.
+   bool peerClosed() const;
    // Closes the connection without onGone, e.g. when its peer is not
    // trusted.
    void disconnect() noexcept;

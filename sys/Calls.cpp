@@ -2,6 +2,7 @@
 
 #include "gant/Error.h"
 
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -134,6 +135,15 @@ Result Calls::setns(int fd, int nsType) {
 }
 Result Calls::getpid() {
    return once([] { return ::getpid(); });
+}
+Result Calls::pollNow(int fd, short events, short& revents) {
+   pollfd p{fd, events, 0};
+   Result r = retryEintr([&] { return ::poll(&p, 1, 0); });
+   revents = p.revents;
+   return r;
+}
+Result Calls::gettid() {
+   return once([] { return static_cast<long>(::gettid()); });
 }
 Result Calls::geteuid() {
    return once([] { return static_cast<long>(::geteuid()); });

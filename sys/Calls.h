@@ -70,6 +70,8 @@ class Calls {
    // than asked; callers bound their waits by the clock, not by this call.
    virtual Result epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeoutMs);
    virtual Result eventfd(unsigned initialValue, int flags);
+   // One descriptor's events, now (never waits).
+   virtual Result pollNow(int fd, short events, short& revents);
    virtual Result pipe2(int fds[2], int flags);
 
    // Shared memory.
@@ -83,6 +85,7 @@ class Calls {
    virtual Result setns(int fd, int nsType);
    virtual Result getpid();
    virtual Result geteuid();
+   virtual Result gettid();
    // kill(pid, 0) asks whether pid exists (EPERM: it does, as another user).
    virtual Result kill(pid_t pid, int sig);
    // Sleeps for ns nanoseconds (a wait bounded by the clock, not retried).
