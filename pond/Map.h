@@ -137,30 +137,32 @@ class MapReader {
       // rules or its check is reported, never handed out. Each version is
       // checked once.
       if (l.status == ReadStatus::found && !c_.validated(l.slot, l.seq)) [[unlikely]]
-         return validate(k, l, f);
-      return f;
+         validate(k, l, f);
+      return f; // the one object returned: built in the caller's place
+
    }
    uint32_t size() const { return c_.size(); }
 
  private:
-   [[gnu::noinline]] Found<R> validate(const Key& k, Lookup l, Found<R>& f) const {
+   // A version seen for the first time: its check and its type's rules.
+   [[gnu::noinline]] void validate(const Key& k, Lookup l, Found<R>& f) const {
       for (int attempt = 0; attempt < 64; ++attempt) {
          switch (c_.verify(l.slot, l.seq, f.storage())) {
          case CollectionReader::Check::ok:
             if (!Gant::validValue(*f)) break;
             c_.markValidated(l.slot, l.seq);
-            return f;
+            return;
          case CollectionReader::Check::bad: break;
          case CollectionReader::Check::changed: // rewritten since the copy: look again
             l = lookupTyped<sizeof(R)>(c_.map(), k, [](const Key& key) { return Gant::hashOf(key); }, f.storage());
             f.status = l.status;
-            if (l.status != ReadStatus::found || c_.validated(l.slot, l.seq)) return f;
+            if (l.status != ReadStatus::found || c_.validated(l.slot, l.seq)) return;
             continue;
          }
          f.status = ReadStatus::corrupt;
-         return f;
+         return;
       }
-      return f; // rewritten faster than it can be checked: a whole copy, unchecked
+      // Rewritten faster than it can be checked: a whole copy, unchecked.
    }
 
    const CollectionReader& c_;

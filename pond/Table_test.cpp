@@ -346,3 +346,25 @@ TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
 }
 
 } // namespace
+
+namespace {
+
+// 32- and 64-bit processes share segments, so a record's check must not
+// depend on the build (SSE2 or not, word size): every build must produce
+// these values.
+TEST(PondRecordCheck, TheSameOnEveryBuild) {
+   unsigned char bytes[163];
+   for (int i = 0; i < 163; ++i) bytes[i] = static_cast<unsigned char>(i * 7 + 3);
+   struct Case {
+      uint32_t seq;
+      std::size_t size;
+      uint32_t check;
+   } cases[] = {{6, 160, 0xe4788b34}, {6, 163, 0x3e59a7b9}, {10, 24, 0x3f3c9db2}};
+   for (const Case& c : cases) EXPECT_EQ(Pond::recordCheck(c.seq, bytes, c.size), c.check) << c.size;
+   // A byte moved, or a version changed, changes the check.
+   std::swap(bytes[0], bytes[4]);
+   EXPECT_NE(Pond::recordCheck(6, bytes, 160), 0xe4788b34u);
+   EXPECT_NE(Pond::recordCheck(10, bytes, 160), Pond::recordCheck(6, bytes, 160));
+}
+
+} // namespace
