@@ -84,27 +84,11 @@ Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen) {
 }
 
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
-   SlotHeader* s = m_.slot(i);
-   for (int spin = 0;; ++spin) {
-      const uint32_t s1 = loadAcquire(s->seq);
-      if (s1 & kSeqWriting) {
-         if (spin >= kMaxReadSpins) {
-            spin = 0;
-            const Held why = whyHeld(m_, s->seq, s1);
-            if (why == Held::dead) return ReadStatus::stuck;
-            if (why == Held::damaged) return ReadStatus::corrupt;
-         }
-         cpuRelax();
-         continue;
-      }
-      const uint32_t check = loadGuarded(s->check);
-      copyFromShared(out, m_.slotData(i), m_.recordSize);
-      acquireFence();
-      if (loadRelaxed(s->seq) != s1) continue;
-      if (seqOut) *seqOut = s1;
-      if (!(s1 & kSeqLive)) return ReadStatus::absent;
-      return check == recordCheck(s1, out, m_.recordSize) ? ReadStatus::found : ReadStatus::corrupt;
-   }
+   uint32_t seq = 0, check = 0;
+   ReadStatus r = readSlotInto(m_, i, out, m_.recordSize, seq, &check);
+   if (seqOut) *seqOut = seq;
+   if (r == ReadStatus::found && check != recordCheck(seq, out, m_.recordSize)) return ReadStatus::corrupt;
+   return r;
 }
 
 CollectionReader::Check CollectionReader::verify(uint32_t slot, uint32_t seq, const void* copy) const {

@@ -87,9 +87,11 @@ inline void cpuRelax() {
 }
 
 // Seqlock read of slot i's record into out (bytes bytes). found or absent
-// with the slot's seq; stuck when the slot stays mid-write because its
-// writer died, corrupt when no writer is writing it.
-inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq) {
+// with the slot's seq (and, when asked, the check written with it); stuck
+// when the slot stays mid-write because its writer died, corrupt when no
+// writer is writing it.
+inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq,
+                               uint32_t* check = nullptr) {
    SlotHeader* s = m.slot(i);
    for (int spin = 0;; ++spin) {
       uint32_t s1 = loadAcquire(s->seq);
@@ -103,6 +105,7 @@ inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, st
          cpuRelax();
          continue;
       }
+      if (check) *check = loadGuarded(s->check);
       copyFromShared(out, m.slotData(i), bytes);
       acquireFence();
       if (loadRelaxed(s->seq) != s1) continue;

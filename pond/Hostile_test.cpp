@@ -37,18 +37,44 @@ struct PondHostile : ::testing::Test {
    void TearDown() override { Segment::unlink(name); }
 };
 
+// In a child process: becomes uid/gid 65534 for good.
+void becomeStranger() {
+   if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
+      ::_exit(90);
+}
+
 // Runs f in a child process as uid/gid 65534; its exit code.
 template <class F>
 int asStranger(F f) {
    const pid_t pid = ::fork();
    if (pid == 0) {
-      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
-         ::_exit(90);
+      becomeStranger();
       ::_exit(f());
    }
    int status = 0;
    ::waitpid(pid, &status, 0);
    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+}
+
+// Forks a process of uid 65534 that runs setUp (false: it failed), says so,
+// and stays until killed; returns its pid once it is ready (-1 if not).
+template <class F>
+pid_t strangerUntilKilled(F setUp) {
+   int fds[2];
+   if (::pipe(fds) != 0) return -1;
+   const pid_t pid = ::fork();
+   if (pid == 0) {
+      becomeStranger();
+      char c = setUp() ? 1 : 0;
+      (void)!::write(fds[1], &c, 1);
+      ::pause();
+      ::_exit(0);
+   }
+   char c = 0;
+   const bool ready = ::read(fds[0], &c, 1) == 1 && c == 1;
+   ::close(fds[0]);
+   ::close(fds[1]);
+   return ready ? pid : -1;
 }
 
 // A whole, valid-looking header under `name`, created by whoever runs it.
@@ -69,21 +95,11 @@ TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
    const SegmentHeader layout = layoutFor(itemShape());
    // World-writable and of the right layout: trusting it would let its
    // owner scribble records readers believe. It also holds a lock on it.
-   int fds[2];
-   ASSERT_EQ(::pipe(fds), 0);
-   const pid_t squatter = ::fork();
-   if (squatter == 0) {
-      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
-         ::_exit(90);
+   const pid_t squatter = strangerUntilKilled([&] {
       const int fd = plantSegment(name, layout, 0666);
-      ::flock(fd, LOCK_EX);
-      char c = 1;
-      (void)!::write(fds[1], &c, 1);
-      ::pause();
-      ::_exit(0);
-   }
-   char c;
-   ASSERT_EQ(::read(fds[0], &c, 1), 1);
+      return fd >= 0 && ::flock(fd, LOCK_EX) == 0;
+   });
+   ASSERT_GT(squatter, 0);
    {
       TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
       EXPECT_FALSE(writer.recovered());
@@ -158,24 +174,14 @@ TEST_F(PondHostile, ReadersDoNotTrustAWakeSocketServedByAnotherUser) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
    MapWriter<Item>(writer.collection(0)).set(Item::make(1, 1));
    const std::string wake = wakeSocketPath(options.socketDir, name);
-   int fds[2];
-   ASSERT_EQ(::pipe(fds), 0);
-   const pid_t impostor = ::fork();
-   if (impostor == 0) {
-      if (::setresgid(kStranger, kStranger, kStranger) != 0 || ::setresuid(kStranger, kStranger, kStranger) != 0)
-         ::_exit(90);
+   const pid_t impostor = strangerUntilKilled([&] {
       const int s = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
       sockaddr_un a{};
       a.sun_family = AF_UNIX;
       std::strncpy(a.sun_path, wake.c_str(), sizeof a.sun_path - 1);
-      if (::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(s, 8) != 0) ::_exit(91);
-      char c = 1;
-      (void)!::write(fds[1], &c, 1);
-      ::pause();
-      ::_exit(0);
-   }
-   char c;
-   ASSERT_EQ(::read(fds[0], &c, 1), 1);
+      return ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 && ::listen(s, 8) == 0;
+   });
+   ASSERT_GT(impostor, 0);
    Recorder rec;
    TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
    settle();
