@@ -229,6 +229,9 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
    loop.runUntil([&] { return reader.ready(); }, 5);
    MapReader<Item> items(reader.collection(0));
+   int status = 0;
+   ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child); // stopped in the middle of its change
+   ASSERT_TRUE(WIFSTOPPED(status));
    const pid_t continuer = ::fork();
    if (continuer == 0) {
       ::usleep(300 * 1000);

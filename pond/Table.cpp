@@ -184,7 +184,6 @@ bool TableReader::trustWriter() {
    uid_t uid = 0;
    pid_t pid = 0;
    if (!wake_.peerCredentials(uid, pid)) return false;
-   writerPid_ = pid;
    if (uid == segment_.owner()) return true;
    refuse("the wake socket of segment " + name_ + " is served by uid " + std::to_string(uid) +
           ", not by the segment's owner uid " + std::to_string(segment_.owner()));
@@ -276,7 +275,10 @@ Held TableReader::writerHeld(const void* self) {
    const auto tid = static_cast<pid_t>(loadAcquire(r->header()->writerTid));
    if (r->wake_.connected()) {
       if (r->wake_.peerClosed()) return Held::dead;
-      if (pid != r->writerPid_) return Held::damaged; // the header says otherwise than the socket
+      uid_t peerUid = 0;
+      pid_t peerPid = 0;
+      if (r->wake_.peerCredentials(peerUid, peerPid) && pid != peerPid)
+         return Held::damaged; // the header says otherwise than the socket
    } else {
       Sys::Result k = pid > 0 ? sys.kill(pid, 0) : Sys::Result{-1, ESRCH};
       if (!k.ok() && k.err != EPERM) return Held::dead;

@@ -148,7 +148,6 @@ class TableReader {
    KeyRing redeliver_;             // the pending keys a resync delivers again
    std::vector<uint32_t> cursors_;
    uid_t trustedUid_;
-   pid_t writerPid_ = 0;           // of the connected writer, from the socket
    std::string refusal_;           // the last refusal reported, not repeated
    WakeClient wake_;
    Loop::Timer retry_;
