@@ -95,9 +95,13 @@ TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
    const SegmentHeader layout = layoutFor(itemShape());
    // World-writable and of the right layout: trusting it would let its
    // owner scribble records readers believe. It also holds a lock on it.
+   // Its lock file too, world-writable.
+   const std::string lock = writerLockPath(wakeSocketPath(options.socketDir, name));
    const pid_t squatter = strangerUntilKilled([&] {
       const int fd = plantSegment(name, layout, 0666);
-      return fd >= 0 && ::flock(fd, LOCK_EX) == 0;
+      const int lockFd = ::open(lock.c_str(), O_RDWR | O_CREAT | O_EXCL, 0666);
+      return fd >= 0 && lockFd >= 0 && ::fchmod(lockFd, 0666) == 0 && ::flock(fd, LOCK_EX) == 0 &&
+             ::flock(lockFd, LOCK_EX) == 0;
    });
    ASSERT_GT(squatter, 0);
    {
@@ -122,6 +126,25 @@ TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
       return 1;
    });
    EXPECT_EQ(rc, 0);
+}
+
+TEST_F(PondHostile, AReaderTurnedAwayIsToldAndStillFollowsTheTable) {
+   options.maxReaders = 1;
+   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
+   MapWriter<Item> items(writer.collection(0));
+   struct Refused : Recorder {
+      std::vector<std::string> refusals;
+      void onRefused(const std::string& why) override { refusals.push_back(why); }
+   } first, second;
+   TableReader a(path, itemShape(), {Record<Item>::codec()}, loop, first, options);
+   loop.runUntil([&] { return writer.readers() == 1; }, 5);
+   TableReader b(path, itemShape(), {Record<Item>::codec()}, loop, second, options);
+   loop.runUntil([&] { return !second.refusals.empty(); }, 5);
+   ASSERT_EQ(second.refusals, (std::vector<std::string>{"refused: too many readers"}));
+   items.set(Item::make(9, 1));
+   loop.runUntil([&] { return !second.changed.empty(); }, 3);
+   EXPECT_EQ(second.changed, (std::vector<uint32_t>{9})) << "it polls while it is not woken";
+   EXPECT_EQ(first.changed, (std::vector<uint32_t>{9}));
 }
 
 TEST_F(PondHostile, LocksOthersTakeOnTheSegmentCannotShutTheWriterOut) {
@@ -197,6 +220,7 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    int ready[2], go[2];
    ASSERT_EQ(::pipe(ready), 0);
    ASSERT_EQ(::pipe(go), 0);
+   char c = 1;
    const pid_t child = ::fork();
    if (child == 0) {
       Loop::EpollLoop childLoop;
@@ -206,8 +230,9 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
       SlotHeader* slot = m.slot(slotOf(writer, 7));
       QueueEntryHeader* next = m.entry(m.header->queueHead);
       const uint32_t seq = slot->seq, lock = next->lock;
-      char c = 1;
+      (void)!::write(ready[1], &c, 1);
       for (int round = 0; round < 2; ++round) {
+         (void)!::read(go[0], &c, 1);
          // Mid-write, as a writer descheduled in the middle of a rewrite:
          // its change begun, the slot odd.
          storeRelease(next->lock, lock | 1);
@@ -218,17 +243,26 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
             storeRelease(slot->seq, seq);
             storeRelease(next->lock, lock);
          }
-         (void)!::read(go[0], &c, 1);
       }
       ::pause();
       ::_exit(0);
    }
+   struct Reap {
+      pid_t pid;
+      ~Reap() {
+         ::kill(pid, SIGKILL);
+         ::waitpid(pid, nullptr, 0);
+      }
+   } reap{child};
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
    Recorder rec;
    TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
-   char c;
-   ASSERT_EQ(::read(ready[0], &c, 1), 1);
    loop.runUntil([&] { return reader.ready(); }, 5);
    MapReader<Item> items(reader.collection(0));
+   ASSERT_TRUE(items.find(7));
+
+   ASSERT_EQ(::write(go[1], &c, 1), 1);
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
    int status = 0;
    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child); // stopped in the middle of its change
    ASSERT_TRUE(WIFSTOPPED(status));
@@ -241,6 +275,7 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    auto f = items.find(7);
    ::waitpid(continuer, nullptr, 0);
    EXPECT_EQ(f.status, ReadStatus::found) << "the writer is alive: it is waited for";
+
    ASSERT_EQ(::write(go[1], &c, 1), 1);
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
    ::kill(child, SIGKILL);
