@@ -121,14 +121,23 @@ TEST(PondCrossProcess, WriterKilledMidStreamAndRestarted) {
    const std::string path = "routing/multicast/routestatus/default/restart";
    std::vector<pid_t> readers;
    for (int i = 0; i < 2; ++i) readers.push_back(startReader(path, options, true));
+   int connected[2];
+   ASSERT_EQ(::pipe(connected), 0);
    pid_t first = ::fork();
    if (first == 0) {
       Loop::EpollLoop loop;
       TableWriter writer(path, shape(), {Record<Item>::codec()}, &loop, options);
       MapWriter<Item> items(writer.collection(0));
-      for (uint32_t v = 1;; ++v) writeRound(items, loop, v); // until killed
+      bool told = false;
+      for (uint32_t v = 1;; ++v) { // until killed
+         writeRound(items, loop, v);
+         if (!told && writer.readers() == 2) told = ::write(connected[1], "c", 1) == 1;
+      }
    }
-   ::usleep(300 * 1000);
+   // Killed mid-stream once both readers follow it, however slow the build.
+   char c;
+   ASSERT_EQ(::read(connected[0], &c, 1), 1);
+   ::usleep(100 * 1000);
    ::kill(first, SIGKILL);
    EXPECT_EQ(exitCode(first), 100 + SIGKILL);
 
