@@ -247,13 +247,7 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
       ::pause();
       ::_exit(0);
    }
-   struct Reap {
-      pid_t pid;
-      ~Reap() {
-         ::kill(pid, SIGKILL);
-         ::waitpid(pid, nullptr, 0);
-      }
-   } reap{child};
+   const KillOnExit reap{child};
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
    Recorder rec;
    TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);

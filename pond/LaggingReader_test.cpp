@@ -86,13 +86,7 @@ TEST(PondLaggingReader, EveryChangeReachesAReaderThatKeepsFallingBehind) {
    const std::string path = "routing/multicast/routestatus/default/lagging";
    const pid_t writer = ::fork();
    if (writer == 0) writerProcess(path, options, seconds(), unsigned(::getpid()));
-   struct Reap {
-      pid_t pid;
-      ~Reap() {
-         ::kill(pid, SIGKILL);
-         ::waitpid(pid, nullptr, 0);
-      }
-   } reap{writer};
+   const KillOnExit reap{writer};
 
    View view;
    Loop::EpollLoop loop;

@@ -5,6 +5,8 @@
 #include "pond/Map.h"
 #include "pond/testlib/Item.h"
 
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
@@ -22,6 +24,15 @@ inline Options uniqueOptions() {
 inline TableShape itemShape(uint32_t capacity = 64, uint32_t queueLength = 0) {
    return {"Pond::Test::ItemTable", {Record<Item>::shape("item", capacity, queueLength)}};
 }
+
+// Kills and reaps a child process when the test ends, however it ends.
+struct KillOnExit {
+   pid_t pid;
+   ~KillOnExit() {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, nullptr, 0);
+   }
+};
 
 struct Recorder : TableHandler {
    std::vector<uint32_t> changed;
