@@ -152,8 +152,7 @@ Result Calls::kill(pid_t pid, int sig) {
    return retryEintr([&] { return ::kill(pid, sig); });
 }
 Result Calls::nanosleep(long ns) {
-   const timespec t{static_cast<time_t>(ns / 1000000000L), ns % 1000000000L};
-   return once([&] { return ::nanosleep(&t, nullptr); });
+   return once([&] { return ::usleep(static_cast<useconds_t>(ns / 1000)); });
 }
 
 namespace {
