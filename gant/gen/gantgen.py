@@ -10,24 +10,28 @@ import sys
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import schema as S  # noqa: E402
 from schema import cpp_type, ARITH  # noqa: E402
+from attrs import (Access, BackrefAttr, PondAttr, cstr, emitter, lower_first,  # noqa: E402
+                   range_error)
 
+# Bumped whenever generated code needs a different runtime (gant/Generated.h).
+VERSION = 1
 
-def upper_first(s):
-    return s[0].upper() + s[1:]
-
-
-def lower_first(s):
-    return s[0].lower() + s[1:]
-
-
-def cstr(s):
-    return '"' + s.replace('\\', '\\\\').replace('"', '\\"') + '"'
+# The options each type declaration takes; attribute options are listed by
+# their emitters (attrs.py).
+TYPE_OPTIONS = {
+    'enum': set(),
+    'scalar': {'range', 'error'},
+    'flags': {'error', 'ordered', 'baretext'},
+    'value': {'ordered', 'bang', 'keyctor', 'nofullctor', 'customeq', 'customhash', 'customtext'},
+    'entity': {'key'},
+}
 
 
 class Gen:
-    def __init__(self, sch, src_name):
+    def __init__(self, sch, src_name, path=None):
         self.s = sch
         self.src_name = src_name
+        self.file = path or src_name
         self.h = []
         self.c = []
         self.by_name = {}
@@ -126,6 +130,11 @@ class Gen:
         return '\n'.join(h) + '\n', '\n'.join(c) + '\n'
 
     def emit_type(self, t, ind):
+        for o in t.opts:
+            if o not in TYPE_OPTIONS[t.kind]:
+                raise S.SchemaError(f'{self.file}:{t.line}: unknown option {o} for {t.kind} {t.name}')
+        if t.statics and t.kind in ('enum', 'entity'):
+            raise S.SchemaError(f'{self.file}:{t.line}: static not allowed in an {t.kind}')
         getattr(self, 'emit_' + t.kind)(t, ind)
 
     # ---- enum -------------------------------------------------------------
@@ -203,33 +212,21 @@ class Gen:
         h.append(f'{ind}friend std::ostream& operator<<(std::ostream& os, const {t.name}& v) {{ '
                  f'return os << Gant::toText(v); }}')
 
-    def emit_typeinfo(self, t, attrs, factory='nullptr'):
-        """attrs: list of (name, kind, typeName, get, set, setText) C++ exprs."""
+    def emit_typeinfo(self, t, rows, factory='nullptr'):
         q = self.qname(t)
         c = self.c
         c.append(f'const Gant::TypeInfo& {q}::gantTypeInfo() {{')
         c.append('   static const Gant::AttrInfo attrs[] = {')
-        for a in attrs:
-            c.append('      {' + ', '.join(a) + '},')
-        if not attrs:
+        for r in rows:
+            c.append('      {' + ', '.join(r) + '},')
+        if not rows:
             c.append('      {"", Gant::AttrKind::value, "", nullptr, nullptr, nullptr},')
         c.append('   };')
-        n = len(attrs)
         c.append(f'   static const Gant::TypeInfo info{{{cstr(self.full(t))}, '
-                 f'std::span<const Gant::AttrInfo>(attrs, {n}), {factory}}};')
+                 f'std::span<const Gant::AttrInfo>(attrs, {len(rows)}), {factory}}};')
         c.append('   return info;\n}')
         c.append(f'static const Gant::TypeRegistration gantRegister_{q.replace("::", "_")}'
                  f'({q}::gantTypeInfo());\n')
-
-    def value_accessors(self, tq, a, obj='v'):
-        """get/set/setText lambdas for a plain attribute of a value type."""
-        ct = cpp_type(a.type)
-        get = f'[](const void* o) -> Gant::GenericValue {{ return static_cast<const {tq}*>(o)->{a.name}(); }}'
-        st = (f'[](void* o, const Gant::GenericValue& g) {{ '
-              f'static_cast<{tq}*>(o)->{a.name}Is(g.as<{ct}>()); }}')
-        stt = (f'[](void* o, Gant::TextReader& r) {{ '
-               f'static_cast<{tq}*>(o)->{a.name}Is(Gant::Codec<{ct}>::parse(r)); }}')
-        return get, st, stt
 
     # ---- scalar -----------------------------------------------------------
     def emit_scalar(self, t, ind):
@@ -237,8 +234,10 @@ class Gen:
         base = cpp_type(t.base)
         q = self.qname(t)
         rng = t.opts.get('range')
-        err = t.opts.get('error')
-        dflt = t.default or (rng.split('..')[0] if rng else '0')
+        lo, hi = rng.split('..') if rng else (None, None)
+        err = t.opts.get('error') or (range_error(f'{t.name}::value', lo, hi) if rng
+                                      else t.name + '::value out of range')
+        dflt = t.default or (lo if rng else '0')
         h.append(f'{ind}class {t.name} {{')
         h.append(f'{ind} public:')
         i2 = ind + '   '
@@ -249,7 +248,6 @@ class Gen:
         h.append(f'{i2}constexpr ValueType value() const noexcept {{ return value_; }}')
         h.append(f'{i2}void valueIs(ValueType v) {{ value_ = check(v); }}')
         if rng:
-            lo, hi = rng.split('..')
             h.append(f'{i2}static constexpr ValueType min = {lo};')
             h.append(f'{i2}static constexpr ValueType max = {hi};')
         self.emit_statics(t, i2)
@@ -266,8 +264,7 @@ class Gen:
             h.append(f'{i2}   if (std::cmp_less(v, min) || std::cmp_greater(v, max)) '
                      f'Gant::throwRangeError({cstr(err)});')
         else:
-            h.append(f'{i2}   if (!std::in_range<ValueType>(v)) '
-                     f'Gant::throwRangeError({cstr(err or t.name + "::value out of range")});')
+            h.append(f'{i2}   if (!std::in_range<ValueType>(v)) Gant::throwRangeError({cstr(err)});')
         h.append(f'{i2}   return static_cast<ValueType>(v);')
         h.append(f'{i2}}}')
         h.append(f'{i2}ValueType value_ = {dflt};')
@@ -281,12 +278,10 @@ class Gen:
         c.append(f'{q} {q}::gantParse(Gant::TextReader& r) {{ return {q}(Gant::Codec<uint64_t>::parse(r)); }}')
         c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{ w.uint<ValueType>(value_); }}')
         c.append(f'{q} {q}::gantLogRead(Gant::LogReader& r) {{ return {q}(r.uint<ValueType>()); }}')
-        get = f'[](const void* o) -> Gant::GenericValue {{ return static_cast<const {q}*>(o)->value(); }}'
-        st = (f'[](void* o, const Gant::GenericValue& g) {{ '
-              f'static_cast<{q}*>(o)->valueIs(g.as<ValueType>()); }}')
-        stt = (f'[](void* o, Gant::TextReader& r) {{ '
-               f'*static_cast<{q}*>(o) = {q}::gantParse(r); }}')
-        self.emit_typeinfo(t, [['"value"', 'Gant::AttrKind::value', cstr(t.base), get, st, stt]])
+        acc = Access(q)
+        row = acc.row('value', 'value', t.base, acc.get('{o}->value()'), acc.set('{o}->valueIs({v})', 'ValueType'),
+                      acc.set_text(f'*{{o}} = {q}::gantParse(r)'))
+        self.emit_typeinfo(t, [row])
 
     # ---- flags ------------------------------------------------------------
     def emit_flags(self, t, ind):
@@ -348,85 +343,34 @@ class Gen:
             c.append('   return v;\n}')
         c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{ w.uint<ValueType>(value_); }}')
         c.append(f'{q} {q}::gantLogRead(Gant::LogReader& r) {{ return {q}(r.uint<ValueType>()); }}')
-        attrs = []
-        for n, _o in t.members:
-            get = f'[](const void* o) -> Gant::GenericValue {{ return static_cast<const {q}*>(o)->{n}(); }}'
-            st = f'[](void* o, const Gant::GenericValue& g) {{ static_cast<{q}*>(o)->{n}Is(g.as<bool>()); }}'
-            stt = (f'[](void* o, Gant::TextReader& r) {{ '
-                   f'static_cast<{q}*>(o)->{n}Is(Gant::Codec<bool>::parse(r)); }}')
-            attrs.append([cstr(n), 'Gant::AttrKind::value', '"bool"', get, st, stt])
-        get = f'[](const void* o) -> Gant::GenericValue {{ return static_cast<const {q}*>(o)->value(); }}'
-        st = (f'[](void* o, const Gant::GenericValue& g) {{ '
-              f'static_cast<{q}*>(o)->valueIs(g.as<ValueType>()); }}')
-        stt = (f'[](void* o, Gant::TextReader& r) {{ '
-               f'static_cast<{q}*>(o)->valueIs(Gant::Codec<ValueType>::parse(r)); }}')
-        attrs.append(['"value"', 'Gant::AttrKind::value', cstr(t.base or 'U32'), get, st, stt])
-        self.emit_typeinfo(t, attrs)
+        acc = Access(q)
+        rows = [acc.plain_row(n, 'value', 'bool', 'bool') for n, _o in t.members]
+        rows.append(acc.plain_row('value', 'value', t.base or 'U32', 'ValueType'))
+        self.emit_typeinfo(t, rows)
 
     # ---- value ------------------------------------------------------------
-    def is_coll(self, a):
-        return a.mod in ('map', 'set', 'array')
-
-    def coll_type(self, a, tname=None):
-        k = cpp_type(a.type)
-        hashed = a.opts.get('hashed')
-        if a.mod == 'map':
-            v = cpp_type(a.vtype)
-            return f'Gant::{"HashedMap" if hashed else "OrderedMap"}<{k}, {v}>'
-        if a.mod == 'set':
-            return f'Gant::{"HashedSet" if hashed else "OrderedSet"}<{k}>'
-        if a.mod == 'array':
-            return f'Gant::DenseArray<{cpp_type(a.vtype)}>'
-        if a.mod == 'children':
-            return f'Gant::OrderedMap<{k}, Gant::Ptr<{tname}>>'
-        raise ValueError(a.mod)
-
-    def range_check(self, a, var):
-        rng = a.opts.get('range')
-        if not rng:
-            return ''
-        lo, hi = rng.split('..')
-        err = a.opts.get('error', f'{a.name} out of range')
-        return (f'if (std::cmp_less({var}, {lo}) || std::cmp_greater({var}, {hi})) '
-                f'Gant::throwRangeError({cstr(err)}); ')
-
     def emit_value(self, t, ind):
         h, c = self.h, self.c
         q = self.qname(t)
         i2 = ind + '   '
-        plain = [a for a in t.attrs if a.mod in ('value', 'const')]
-        has_coll = any(self.is_coll(a) for a in t.attrs)
+        ems = [emitter(self, t, a, 'value') for a in t.attrs]
+        stored = [e for e in ems if e.stored]
+        has_coll = any(e.coll for e in ems)
+        params = [e for e in ems if e.ctor_param]
         h.append(f'{ind}class {t.name} {{')
         h.append(f'{ind} public:')
         for ch in t.children:
             self.emit_type(ch, i2)
         h.append(f'{i2}{t.name}() = default;')
-        writable = [a for a in t.attrs if a.mod == 'value']
-        if t.opts.get('keyctor') and writable:
-            a0 = writable[0]
+        if t.opts.get('keyctor') and params:
+            a0 = params[0].a
             h.append(f'{i2}explicit {t.name}({self.arg(a0.type)} {a0.name}) {{ {a0.name}Is({a0.name}); }}')
-        if not has_coll and 1 < len(writable) <= 4 and not t.opts.get('nofullctor'):
-            params = ', '.join(f'{self.arg(a.type)} {a.name}' for a in writable)
-            body = ' '.join(f'{a.name}Is({a.name});' for a in writable)
-            h.append(f'{i2}{t.name}({params}) {{ {body} }}')
-        for a in t.attrs:
-            ct = cpp_type(a.type)
-            if a.mod == 'const':
-                h.append(f'{i2}static constexpr {ct} {a.name}() noexcept {{ return {self.default_expr(a.type, a.default)}; }}')
-            elif a.mod == 'value':
-                h.append(f'{i2}{self.ret(a.type)} {a.name}() const noexcept {{ return {a.name}_; }}')
-                rc = self.range_check(a, 'v')
-                if rc:
-                    h.append(f'{i2}void {a.name}Is({self.arg(a.type)} v) {{')
-                    h.append(f'{i2}   {rc.strip()}')
-                    h.append(f'{i2}   {a.name}_ = v;')
-                    h.append(f'{i2}}}')
-                else:
-                    h.append(f'{i2}void {a.name}Is({self.arg(a.type)} v) {{ {a.name}_ = v; }}')
-            elif self.is_coll(a):
-                self.emit_value_coll(a, i2)
-            else:
-                raise S.SchemaError(f'line {a.line}: {a.mod} not allowed in a value type')
+        if self.full_ctor(t, ems):
+            decl = ', '.join(f'{self.arg(e.a.type)} {e.name}' for e in params)
+            body = ' '.join(f'{e.name}Is({e.name});' for e in params)
+            h.append(f'{i2}{t.name}({decl}) {{ {body} }}')
+        for e in ems:
+            h.extend(e.v_accessors(i2))
         self.emit_statics(t, i2)
         if not t.opts.get('customeq'):
             h.append(f'{i2}bool operator==(const {t.name}&) const = default;')
@@ -437,38 +381,28 @@ class Gen:
         self.emit_ops(t, i2)
         self.emit_codec_decls(t, i2)
         h.append(f'{ind} private:')
-        for a in t.attrs:
-            if a.mod == 'value':
-                # 64-bit members align to 8 on every build (i386 aligns them to
-                # 4 by default), so records share one layout across builds.
-                al = 'alignas(8) ' if a.type in ('U64', 'S64', 'double') else ''
-                h.append(f'{i2}{al}{cpp_type(a.type)} {a.name}_ = {self.default_expr(a.type, a.default)};')
-            elif self.is_coll(a):
-                h.append(f'{i2}{self.coll_type(a)} {a.name}_;')
+        for e in ems:
+            h.extend(e.v_member(i2))
         h.append(f'{ind}}};\n')
-        stored = [a for a in t.attrs if a.mod == 'value' or self.is_coll(a)]
         c.append(f'bool {q}::gantValid() const {{')
-        c.append('   return true' + ''.join(f' && Gant::validValue({a.name}_)' for a in stored if not self.is_coll(a)) + ';')
+        c.append('   return true' + ''.join(e.v_valid() for e in ems) + ';')
         c.append('}')
         if not t.opts.get('customhash'):
             c.append(f'uint32_t {q}::gantHash() const {{')
             c.append('   uint32_t h = 0;')
-            for a in stored:
-                if self.is_coll(a):
-                    c.append(f'   h = Gant::hashCombine(h, Gant::collectionHash({a.name}_));')
-                else:
-                    c.append(f'   h = Gant::hashCombine(h, Gant::Codec<{cpp_type(a.type)}>::hash({a.name}_));')
+            for e in stored:
+                c.extend(e.v_hash())
             c.append('   return h;\n}')
         if not t.opts.get('customtext'):
+            # Plain attributes first, then collections.
+            text, parse = [], []
+            for e in [e for e in ems if not e.coll] + [e for e in ems if e.coll]:
+                tx, pa = e.v_text(not text)
+                text += tx
+                parse += pa
             c.append(f'void {q}::gantText(std::string& out) const {{')
             c.append(f'   out += "Value(\'{self.full(t)}\', ** {{";')
-            for i, a in enumerate(plain):
-                sep = '' if i == 0 else ', '
-                expr = f'{a.name}()'
-                c.append(f'   out += "{sep}\'{a.name}\': "; Gant::Codec<{cpp_type(a.type)}>::text(out, {expr});')
-            for a in [a for a in t.attrs if self.is_coll(a)]:
-                sep = '' if not plain and a is t.attrs[0] else ', '
-                c.append(f'   out += "{sep}\'{a.name}\': "; Gant::collectionText(out, {a.name}_);')
+            c.extend(text)
             c.append('   out += "})";\n}')
             c.append(f'{q} {q}::gantParse(Gant::TextReader& r) {{')
             if has_coll:
@@ -477,68 +411,38 @@ class Gen:
             else:
                 c.append(f'   {q} v;')
                 c.append(f'   r.expect("Value(\'{self.full(t)}\', ** {{");')
-                for i, a in enumerate(plain):
-                    sep = '' if i == 0 else ', '
-                    c.append(f'   r.expect("{sep}\'{a.name}\': ");')
-                    if a.mod == 'const':
-                        c.append(f'   if (Gant::Codec<{cpp_type(a.type)}>::parse(r) != {a.name}()) '
-                                 f'r.fail("the constant {a.name}");')
-                    else:
-                        c.append(f'   v.{a.name}Is(Gant::Codec<{cpp_type(a.type)}>::parse(r));')
+                c.extend(parse)
                 c.append('   r.expect("})");')
                 c.append('   return v;')
             c.append('}')
         c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{')
-        for a in stored:
-            if self.is_coll(a):
-                c.append(f'   Gant::collectionLogWrite(w, {a.name}_);')
-            else:
-                c.append(f'   Gant::Codec<{cpp_type(a.type)}>::logWrite(w, {a.name}_);')
+        for e in stored:
+            c.extend(e.v_log_write())
         if not stored:
             c.append('   (void)w;')
         c.append('}')
         c.append(f'{q} {q}::gantLogRead(Gant::LogReader& r) {{')
         c.append(f'   {q} v;')
-        for a in stored:
-            if self.is_coll(a):
-                c.append(f'   Gant::collectionLogRead(r, v.{a.name}_);')
-            else:
-                c.append(f'   v.{a.name}Is(Gant::Codec<{cpp_type(a.type)}>::logRead(r));')
+        for e in stored:
+            c.extend(e.v_log_read())
         if not stored:
             c.append('   (void)r;')
         c.append('   return v;\n}')
-        attrs = []
-        for a in t.attrs:
-            if a.mod == 'value':
-                g, s_, st = self.value_accessors(q, a)
-                attrs.append([cstr(a.name), 'Gant::AttrKind::value', cstr(a.type), g, s_, st])
-            elif a.mod == 'const':
-                g = f'[](const void*) -> Gant::GenericValue {{ return {q}::{a.name}(); }}'
-                attrs.append([cstr(a.name), 'Gant::AttrKind::constant', cstr(a.type), g, 'nullptr', 'nullptr'])
-            else:
-                g = (f'[](const void* o) -> Gant::GenericValue {{ '
-                     f'return Gant::collectionSnapshot(static_cast<const {q}*>(o)->{a.name}()); }}')
-                attrs.append([cstr(a.name), 'Gant::AttrKind::collection', cstr(a.type), g, 'nullptr', 'nullptr'])
-        self.emit_typeinfo(t, attrs)
+        acc = Access(q)
+        self.emit_typeinfo(t, [r for e in ems for r in e.rows(acc)])
 
-    def emit_value_coll(self, a, i2):
-        h = self.h
-        k = self.arg(a.type)
-        ctype = self.coll_type(a)
-        h.append(f'{i2}const {ctype}& {a.name}() const noexcept {{ return {a.name}_; }}')
-        if a.mod == 'map':
-            v = self.arg(a.vtype)
-            h.append(f'{i2}{cpp_type(a.vtype)} {a.name}({k} k) const {{ return Gant::mapGet({a.name}_, k); }}')
-            h.append(f'{i2}void {a.name}Is({k} k, {v} v) {{ Gant::mapSet({a.name}_, k, v); }}')
-        elif a.mod == 'set':
-            h.append(f'{i2}void {a.name}Is({k} k) {{ {a.name}_.insert(k); }}')
-        h.append(f'{i2}bool {a.name}Has({k} k) const {{ return {a.name}_.count(k) != 0; }}')
-        h.append(f'{i2}void {a.name}Del({k} k) {{ {a.name}_.erase(k); }}')
-        h.append(f'{i2}void {a.name}DelAll() {{ {a.name}_.clear(); }}')
+    def full_ctor(self, t, ems):
+        """A constructor from every plain attribute, for small records only:
+        two to four of them, no collection or array, and not refused."""
+        params = [e for e in ems if e.ctor_param]
+        return (1 < len(params) <= 4 and len(params) == len([e for e in ems if e.stored])
+                and not t.opts.get('nofullctor'))
 
     # ---- entity -----------------------------------------------------------
     def key_of(self, t):
         shape = t.opts.get('key', 'name : Name')
+        if ':' not in shape:
+            raise S.SchemaError(f'{self.file}:{t.line}: key=NAME : TYPE expected')
         n, ty = [x.strip() for x in shape.split(':', 1)]
         return n, ty
 
@@ -547,7 +451,7 @@ class Gen:
             return a.opts['key']
         ch = self.by_name.get(a.type)
         if ch is None:
-            raise S.SchemaError(f'line {a.line}: children of {a.type}: key type unknown, add [key=Type]')
+            raise S.SchemaError(f'{self.file}:{a.line}: children of {a.type}: key type unknown, add [key=Type]')
         return self.key_of(ch)[1]
 
     def child_backref(self, a):
@@ -562,8 +466,9 @@ class Gen:
         i2 = ind + '   '
         kname, ktype = self.key_of(t)
         kct = cpp_type(ktype)
-        backrefs = [a for a in t.attrs if a.mod == 'backref']
-        ponds = [a for a in t.attrs if a.mod == 'pond']
+        ems = [emitter(self, t, a, 'entity') for a in t.attrs]
+        backrefs = [e.a for e in ems if isinstance(e, BackrefAttr)]
+        ponds = [e for e in ems if isinstance(e, PondAttr)]
         base = 'GantPond::TableEntity' if ponds else 'Gant::Entity'
         h.append(f'{ind}class {t.name} : public {base} {{')
         h.append(f'{ind} public:')
@@ -575,16 +480,8 @@ class Gen:
         h.append(f'{i2}   explicit Reactor({t.name}* e = nullptr) {{ attachTo(e); }}')
         h.append(f'{i2}   {t.name}* notifier() const noexcept;')
         h.append(f'{i2}   void notifierIs({t.name}* e) {{ attachTo(e); }}')
-        for a in t.attrs:
-            hn = 'on' + upper_first(a.name)
-            if a.mod in ('value', 'counter', 'ref'):
-                h.append(f'{i2}   virtual void {hn}() {{}}')
-            elif a.mod in ('map', 'set', 'children'):
-                h.append(f'{i2}   virtual void {hn}({self.arg(self.coll_key(a))}) {{}}')
-            elif a.mod == 'array':
-                h.append(f'{i2}   virtual void {hn}({cpp_type(a.type)}) {{}}')
-            elif a.mod == 'pond':
-                h.append(f'{i2}   virtual void {hn}(const typename Pond::Record<{cpp_type(a.type)}>::Key&) {{}}')
+        for e in ems:
+            h.extend(e.reactor(i2))
         if ponds:
             h.append(f'{i2}   // The table was mounted, lost its writer, or was found corrupt.')
             h.append(f'{i2}   virtual void onTableStatus() {{}}')
@@ -594,8 +491,8 @@ class Gen:
         h.append(f'{i2}~{t.name}() override;')
         if kname != 'name':
             h.append(f'{i2}{self.ret(ktype)} {kname}() const noexcept {{ return {kname}_; }}')
-        for a in t.attrs:
-            self.emit_entity_attr(t, a, i2)
+        for e in ems:
+            h.extend(e.accessors(i2))
         self.emit_ops(t, i2)
         if ponds:
             h.append(f'{i2}static Pond::TableShape tableShape();')
@@ -610,26 +507,12 @@ class Gen:
             h.append(f'{i2}void bindCollections() override;')
             h.append(f'{i2}void tableChanged(std::size_t collection, const void* key) override;')
             h.append(f'{i2}void tableStatusChanged() override {{ notify(&Reactor::onTableStatus); }}')
-            for a in ponds:
-                h.append(f'{i2}std::unique_ptr<Pond::MapWriter<{cpp_type(a.type)}>> {a.name}Writer_;')
-                if a.opts.get('traced'):
-                    # Registered with the trace facility when the entity is built.
-                    for op in ('Is', 'Del', 'Notify'):
-                        h.append(f'{i2}Flashlog::Handle* {a.name}{op}Trace_ = &Flashlog::handle("{a.name}{op}");')
+            for e in ems:
+                h.extend(e.table_member(i2))
         if kname != 'name':
             h.append(f'{i2}{kct} {kname}_;')
-        for a in t.attrs:
-            ct = cpp_type(a.type)
-            if a.mod in ('value', 'counter'):
-                h.append(f'{i2}{ct} {a.name}_ = {self.default_expr(a.type, a.default)};')
-            elif a.mod in ('map', 'set', 'array'):
-                h.append(f'{i2}{self.coll_type(a)} {a.name}_;')
-            elif a.mod == 'children':
-                h.append(f'{i2}Gant::OrderedMap<{cpp_type(self.child_key_type(a))}, Gant::Ptr<{ct}>> {a.name}_;')
-            elif a.mod == 'ref':
-                h.append(f'{i2}Gant::Ptr<{ct}> {a.name}_;')
-            elif a.mod == 'backref':
-                h.append(f'{i2}{ct}* {a.name}_ = nullptr;')
+        for e in ems:
+            h.extend(e.member(i2))
         h.append(f'{ind}}};')
         h.append(f'{ind}inline {q}* {q}::Reactor::notifier() const noexcept {{ '
                  f'return static_cast<{t.name}*>(entity()); }}')
@@ -650,284 +533,44 @@ class Gen:
             c.append(f'   {fn}();')
         c.append('}')
         c.append(f'{q}::~{t.name}() {{')
-        for a in t.attrs:
-            if a.mod == 'children':
-                c.append(f'   for (auto& [k, child] : {a.name}_) child->parentIs(nullptr);')
+        for e in ems:
+            c.extend(e.dtor())
         c.append('}')
         c.append(f'Gant::Ptr<{q}> {fname}({", ".join(fparams)}) {{ return Gant::make<{q}>({", ".join(fargs)}); }}')
         if ponds:
-            shapes = ', '.join(f'Pond::Record<{cpp_type(a.type)}>::shape({cstr(a.name)}, {a.opts.get("capacity", "1024")})'
-                              for a in ponds)
+            shapes = ', '.join(e.shape() for e in ponds)
             c.append(f'Pond::TableShape {q}::tableShape() {{ return {{{cstr(self.full(t))}, {{{shapes}}}}}; }}')
-            codecs = ', '.join(f'Pond::Record<{cpp_type(a.type)}>::codec()' for a in ponds)
+            codecs = ', '.join(e.codec() for e in ponds)
             c.append(f'std::vector<Pond::CollectionCodec> {q}::tableCodecs() {{ return {{{codecs}}}; }}')
             c.append(f'void {q}::bindCollections() {{')
             c.append('   if (!isWriter()) return;')
-            for i, a in enumerate(ponds):
-                c.append(f'   {a.name}Writer_ = std::make_unique<Pond::MapWriter<{cpp_type(a.type)}>>(collectionWriter({i}));')
+            for e in ponds:
+                c.extend(e.bind())
             c.append('}')
             c.append(f'void {q}::tableChanged(std::size_t collection, const void* key) {{')
-            for i, a in enumerate(ponds):
-                c.append(f'   if (collection == {i}) return notify(&Reactor::on{upper_first(a.name)}, '
-                         f'Pond::keyOf<{cpp_type(a.type)}>(key));')
+            for e in ponds:
+                c.extend(e.dispatch())
             c.append('}')
-        self.emit_entity_log(t)
-        attrs = self.entity_attr_table(t, kname, ktype)
+        # The attribute log: writable state in declaration order; applying a
+        # log goes through the notifying setters.
+        c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{')
+        c.append('   (void)w;')
+        for e in ems:
+            c.extend(e.log_write())
+        c.append('}')
+        c.append(f'void {q}::gantLogApply(Gant::LogReader& r) {{')
+        c.append('   (void)r;')
+        for e in ems:
+            c.extend(e.log_apply())
+        c.append('}')
+        acc = Access(q, entity=True)
+        rows = [acc.row(kname, 'key', ktype, acc.get(f'{{o}}->{kname}()'))]
+        rows += [r for e in ems for r in e.rows(acc)]
         factory = 'nullptr'
         if not backrefs:
             factory = (f'[](std::string_view text) -> Gant::Ptr<Gant::Entity> {{ '
                        f'return {fname}(Gant::keyFromText<{kct}>(text)); }}')
-        self.emit_typeinfo(t, attrs, factory)
-
-    def coll_key(self, a):
-        if a.mod == 'children':
-            return self.child_key_type(a)
-        return a.type
-
-    def emit_entity_attr(self, t, a, i2):
-        h = self.h
-        ct = cpp_type(a.type)
-        hn = 'on' + upper_first(a.name)
-        note = f'notify(&Reactor::{hn}'
-        if a.mod == 'const':
-            h.append(f'{i2}static constexpr {ct} {a.name}() noexcept {{ return {self.default_expr(a.type, a.default)}; }}')
-        elif a.mod in ('value', 'counter'):
-            h.append(f'{i2}{self.ret(a.type)} {a.name}() const noexcept {{ return {a.name}_; }}')
-            h.append(f'{i2}void {a.name}Is({self.arg(a.type)} v) {{')
-            if self.range_check(a, 'v'):
-                h.append(f'{i2}   {self.range_check(a, "v").strip()}')
-            h.append(f'{i2}   if ({a.name}_ == v) return;')
-            h.append(f'{i2}   {a.name}_ = v;')
-            h.append(f'{i2}   {note});')
-            h.append(f'{i2}}}')
-            if a.mod == 'counter':
-                h.append(f'{i2}void {a.name}Inc({ct} delta = 1) {{ {a.name}Is(static_cast<{ct}>({a.name}_ + delta)); }}')
-                if a.opts.get('dec'):
-                    h.append(f'{i2}void {a.name}Dec({ct} delta = 1) {{ {a.name}Is(static_cast<{ct}>({a.name}_ - delta)); }}')
-        elif a.mod == 'ref':
-            h.append(f'{i2}const Gant::Ptr<{ct}>& {a.name}() const noexcept {{ return {a.name}_; }}')
-            h.append(f'{i2}void {a.name}Is(const Gant::Ptr<{ct}>& v) {{')
-            h.append(f'{i2}   if ({a.name}_ == v) return;')
-            h.append(f'{i2}   {a.name}_ = v;')
-            h.append(f'{i2}   {note});')
-            h.append(f'{i2}}}')
-        elif a.mod == 'backref':
-            h.append(f'{i2}{ct}* {a.name}() const noexcept {{ return {a.name}_; }}')
-        elif a.mod in ('map', 'set'):
-            k = self.arg(a.type)
-            ctype = self.coll_type(a)
-            h.append(f'{i2}const {ctype}& {a.name}() const noexcept {{ return {a.name}_; }}')
-            h.append(f'{i2}bool {a.name}Has({k} k) const {{ return {a.name}_.count(k) != 0; }}')
-            h.append(f'{i2}std::size_t {a.name}Size() const noexcept {{ return {a.name}_.size(); }}')
-            if a.mod == 'map' and a.opts.get('keyof'):
-                # Values keyed by their own key.
-                vt = cpp_type(a.vtype)
-                h.append(f'{i2}{vt} {a.name}({k} k) const {{ return Gant::mapGet({a.name}_, k); }}')
-                h.append(f'{i2}void {a.name}Is({self.arg(a.vtype)} v) {{')
-                h.append(f'{i2}   const auto& k = v.key();')
-                h.append(f'{i2}   if (Gant::mapSet({a.name}_, k, v)) {note}, k);')
-                h.append(f'{i2}}}')
-            elif a.mod == 'map':
-                vt = cpp_type(a.vtype)
-                h.append(f'{i2}{vt} {a.name}({k} k) const {{ return Gant::mapGet({a.name}_, k); }}')
-                h.append(f'{i2}void {a.name}Is({k} k, {self.arg(a.vtype)} v) {{')
-                h.append(f'{i2}   if (Gant::mapSet({a.name}_, k, v)) {note}, k);')
-                h.append(f'{i2}}}')
-            else:
-                h.append(f'{i2}{cpp_type(a.type)} {a.name}Is({k} k) {{')
-                h.append(f'{i2}   if ({a.name}_.insert(k).second) {note}, k);')
-                h.append(f'{i2}   return k;')
-                h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Del({k} k) {{')
-            h.append(f'{i2}   if ({a.name}_.erase(k)) {note}, k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Notify({k} k) {{ {note}, k); }}')
-            h.append(f'{i2}void {a.name}DelAll() {{')
-            h.append(f'{i2}   Gant::delAll({a.name}_, [this]({k} k) {{ {note}, k); }});')
-            h.append(f'{i2}}}')
-        elif a.mod == 'array':
-            k = cpp_type(a.type)
-            vt = cpp_type(a.vtype)
-            h.append(f'{i2}const {self.coll_type(a)}& {a.name}() const noexcept {{ return {a.name}_; }}')
-            h.append(f'{i2}{vt} {a.name}({k} i) const {{ return {a.name}_.get(i); }}')
-            h.append(f'{i2}void {a.name}Is({k} i, {self.arg(a.vtype)} v) {{')
-            h.append(f'{i2}   if ({a.name}_.set(i, v)) {note}, i);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Del({k} i) {{')
-            h.append(f'{i2}   if ({a.name}_.del(i)) {note}, i);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}DelAll() {{')
-            h.append(f'{i2}   for (std::size_t i = {a.name}_.size(); i-- > 0;) {a.name}Del(static_cast<{k}>(i));')
-            h.append(f'{i2}}}')
-        elif a.mod == 'pond':
-            idx = [x for x in t.attrs if x.mod == 'pond'].index(a)
-            kt = f'typename Pond::Record<{ct}>::Key'
-            w = f'{a.name}Writer_'
-            h.append(f'{i2}// {a.name}: a collection of the shared table (see pond/TableEntity.h).')
-            h.append(f'{i2}[[gnu::always_inline]] Pond::Found<{ct}> {a.name}(const {kt}& k) const {{')
-            h.append(f'{i2}   return Pond::MapReader<{ct}>(collectionView({idx})).find(k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}uint32_t {a.name}Size() const {{ return collectionView({idx}).size(); }}')
-            tr = a.opts.get('traced')
-            h.append(f'{i2}void {a.name}Is(const {ct}& r) {{')
-            h.append(f'{i2}   requireWriter();')
-            if tr:
-                h.append(f'{i2}   FLASHLOG(*{a.name}IsTrace_, 8, r.key().pretty());')
-            h.append(f'{i2}   if ({w}->set(r)) {note}, r.key());')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Del(const {kt}& k) {{')
-            h.append(f'{i2}   requireWriter();')
-            if tr:
-                h.append(f'{i2}   FLASHLOG(*{a.name}DelTrace_, 8, k.pretty());')
-            h.append(f'{i2}   if ({w}->del(k)) {note}, k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}DelAll() {{')
-            h.append(f'{i2}   requireWriter();')
-            h.append(f'{i2}   std::vector<{kt}> keys;')
-            h.append(f'{i2}   collectionWriter({idx}).forEachLive([&](const void* p) {{ keys.push_back(Pond::keyOf<{ct}>(p)); }});')
-            h.append(f'{i2}   for (const auto& k : keys) {a.name}Del(k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}// Modify in place, then commit.')
-            h.append(f'{i2}{ct}& {a.name}Modify(const {kt}& k) {{')
-            h.append(f'{i2}   requireWriter();')
-            h.append(f'{i2}   return {w}->modify(k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Commit(const {ct}* r) {{')
-            h.append(f'{i2}   requireWriter();')
-            h.append(f'{i2}   {w}->commit(r);')
-            h.append(f'{i2}   {note}, r->key());')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Notify(const {kt}& k) {{')
-            if tr:
-                h.append(f'{i2}   FLASHLOG(*{a.name}NotifyTrace_, 8, k.pretty());')
-            h.append(f'{i2}   if (isWriter()) {w}->notify(k);')
-            h.append(f'{i2}   {note}, k);')
-            h.append(f'{i2}}}')
-        elif a.mod == 'children':
-            kt = self.child_key_type(a)
-            k = self.arg(kt)
-            factory = lower_first(a.type.split('::')[-1]) + 'Factory'
-            if '::' in a.type:
-                factory = a.type.rsplit('::', 1)[0] + '::' + factory
-            fargs = 'k, this' if self.child_backref(a) else 'k'
-            check = a.opts.get('check')
-            chk = f'(void){check}(k); ' if check else ''
-            h.append(f'{i2}const Gant::OrderedMap<{cpp_type(kt)}, Gant::Ptr<{ct}>>& {a.name}() const noexcept {{ return {a.name}_; }}')
-            h.append(f'{i2}Gant::Ptr<{ct}> {a.name}({k} k) const {{')
-            h.append(f'{i2}   auto it = {a.name}_.find(k);')
-            h.append(f'{i2}   return it == {a.name}_.end() ? nullptr : it->second;')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}bool {a.name}Has({k} k) const {{ return {a.name}_.count(k) != 0; }}')
-            h.append(f'{i2}std::size_t {a.name}Size() const noexcept {{ return {a.name}_.size(); }}')
-            h.append(f'{i2}Gant::Ptr<{ct}> {a.name}Is({k} k) {{')
-            h.append(f'{i2}   auto it = {a.name}_.find(k);')
-            h.append(f'{i2}   if (it != {a.name}_.end()) return it->second;')
-            h.append(f'{i2}   {chk}Gant::Ptr<{ct}> child = {factory}({fargs});')
-            h.append(f'{i2}   child->parentIs(this);')
-            h.append(f'{i2}   {a.name}_.emplace(k, child);')
-            h.append(f'{i2}   {note}, k);')
-            h.append(f'{i2}   return child;')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Del({k} k) {{')
-            h.append(f'{i2}   auto it = {a.name}_.find(k);')
-            h.append(f'{i2}   if (it == {a.name}_.end()) return;')
-            h.append(f'{i2}   it->second->parentIs(nullptr);')
-            h.append(f'{i2}   {a.name}_.erase(it);')
-            h.append(f'{i2}   {note}, k);')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}DelAll() {{')
-            h.append(f'{i2}   while (!{a.name}_.empty()) {{ auto key = {a.name}_.begin()->first; {a.name}Del(key); }}')
-            h.append(f'{i2}}}')
-            h.append(f'{i2}void {a.name}Notify({k} k) {{ {note}, k); }}')
-
-    def entity_attr_table(self, t, kname, ktype):
-        q = self.qname(t)
-        cast = f'static_cast<const {q}*>(static_cast<const Gant::Entity*>(o))'
-        mcast = f'static_cast<{q}*>(static_cast<Gant::Entity*>(o))'
-        rows = []
-        if kname == 'name':
-            g = f'[](const void* o) -> Gant::GenericValue {{ return {cast}->name(); }}'
-        else:
-            g = f'[](const void* o) -> Gant::GenericValue {{ return {cast}->{kname}(); }}'
-        rows.append([cstr(kname), 'Gant::AttrKind::key', cstr(ktype), g, 'nullptr', 'nullptr'])
-        for a in t.attrs:
-            ct = cpp_type(a.type)
-            if a.mod in ('value', 'counter'):
-                g = f'[](const void* o) -> Gant::GenericValue {{ return {cast}->{a.name}(); }}'
-                s_ = f'[](void* o, const Gant::GenericValue& v) {{ {mcast}->{a.name}Is(v.as<{ct}>()); }}'
-                st = f'[](void* o, Gant::TextReader& r) {{ {mcast}->{a.name}Is(Gant::Codec<{ct}>::parse(r)); }}'
-                kind = 'Gant::AttrKind::counter' if a.mod == 'counter' else 'Gant::AttrKind::value'
-                rows.append([cstr(a.name), kind, cstr(a.type), g, s_, st])
-            elif a.mod == 'const':
-                g = f'[](const void*) -> Gant::GenericValue {{ return {q}::{a.name}(); }}'
-                rows.append([cstr(a.name), 'Gant::AttrKind::constant', cstr(a.type), g, 'nullptr', 'nullptr'])
-            elif a.mod in ('map', 'set', 'array', 'children'):
-                g = f'[](const void* o) -> Gant::GenericValue {{ return Gant::collectionSnapshot({cast}->{a.name}()); }}'
-                kind = 'Gant::AttrKind::children' if a.mod == 'children' else 'Gant::AttrKind::collection'
-                rows.append([cstr(a.name), kind, cstr(a.type), g, 'nullptr', 'nullptr'])
-            elif a.mod == 'ref':
-                g = f'[](const void* o) -> Gant::GenericValue {{ return Gant::entityName({cast}->{a.name}().ptr()); }}'
-                s_ = (f'[](void* o, const Gant::GenericValue& v) {{ '
-                      f'{mcast}->{a.name}Is(v.as<Gant::Ptr<{ct}>>()); }}')
-                rows.append([cstr(a.name), 'Gant::AttrKind::reference', cstr(a.type), g, s_, 'nullptr'])
-            elif a.mod == 'backref':
-                g = f'[](const void* o) -> Gant::GenericValue {{ return Gant::entityName({cast}->{a.name}()); }}'
-                rows.append([cstr(a.name), 'Gant::AttrKind::reference', cstr(a.type), g, 'nullptr', 'nullptr'])
-            elif a.mod == 'pond':
-                g = f'[](const void* o) -> Gant::GenericValue {{ return {cast}->{a.name}Size(); }}'
-                rows.append([cstr(a.name), 'Gant::AttrKind::collection', cstr(a.type), g, 'nullptr', 'nullptr'])
-        return rows
-
-    def emit_entity_log(self, t):
-        """Attribute log of an entity: its writable state in declaration order;
-        applying a log goes through the notifying setters."""
-        c = self.c
-        q = self.qname(t)
-        c.append(f'void {q}::gantLogWrite(Gant::LogWriter& w) const {{')
-        c.append('   (void)w;')
-        for a in t.attrs:
-            ct = cpp_type(a.type)
-            if a.mod in ('value', 'counter'):
-                c.append(f'   Gant::Codec<{ct}>::logWrite(w, {a.name}_);')
-            elif a.mod in ('map', 'set', 'array'):
-                c.append(f'   Gant::collectionLogWrite(w, {a.name}_);')
-            elif a.mod == 'children':
-                c.append(f'   w.uint<uint32_t>(static_cast<uint32_t>({a.name}_.size()));')
-                kt = cpp_type(self.child_key_type(a))
-                c.append(f'   for (const auto& [k, child] : {a.name}_) {{ '
-                         f'Gant::Codec<{kt}>::logWrite(w, k); child->gantLogWrite(w); }}')
-        c.append('}')
-        c.append(f'void {q}::gantLogApply(Gant::LogReader& r) {{')
-        c.append('   (void)r;')
-        for a in t.attrs:
-            ct = cpp_type(a.type)
-            if a.mod in ('value', 'counter'):
-                c.append(f'   {a.name}Is(Gant::Codec<{ct}>::logRead(r));')
-            elif a.mod == 'map' and a.opts.get('keyof'):
-                kt, vt = cpp_type(a.type), cpp_type(a.vtype)
-                c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) {{')
-                c.append(f'      auto fwkKey = [k = Gant::Codec<{kt}>::logRead(r)] {{ return k; }};')
-                c.append(f'      auto _value = Gant::Codec<{vt}>::logRead(r);')
-                c.append(f'      auto KeyFunktor = [] {{ return [](const {vt}& v) {{ return v.key(); }}; }};')
-                c.append(f'      // A value stored under a key other than its own breaks the collection.')
-                c.append(f'      GANT_ASSERT(fwkKey() == KeyFunktor()( _value ));')
-                c.append(f'      {a.name}Is(_value);')
-                c.append(f'   }}')
-            elif a.mod == 'map':
-                kt, vt = cpp_type(a.type), cpp_type(a.vtype)
-                c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) {{ auto k = Gant::Codec<{kt}>::logRead(r); '
-                         f'{a.name}Is(k, Gant::Codec<{vt}>::logRead(r)); }}')
-            elif a.mod == 'set':
-                c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) {a.name}Is(Gant::Codec<{ct}>::logRead(r));')
-            elif a.mod == 'array':
-                vt = cpp_type(a.vtype)
-                c.append(f'   for (uint32_t n = r.uint<uint32_t>(), i = 0; i < n; ++i) '
-                         f'{a.name}Is(static_cast<{ct}>(i), Gant::Codec<{vt}>::logRead(r));')
-            elif a.mod == 'children':
-                kt = cpp_type(self.child_key_type(a))
-                c.append(f'   for (uint32_t n = r.uint<uint32_t>(); n > 0; --n) '
-                         f'{a.name}Is(Gant::Codec<{kt}>::logRead(r))->gantLogApply(r);')
-        c.append('}')
+        self.emit_typeinfo(t, rows, factory)
 
 
 def main():
@@ -941,7 +584,7 @@ def main():
         text = f.read()
     try:
         sch = S.parse(text, args.schema)
-        gen = Gen(sch, os.path.basename(args.schema))
+        gen = Gen(sch, os.path.basename(args.schema), args.schema)
         header, body = gen.run()
     except S.SchemaError as e:
         print(f'gantgen: {e}', file=sys.stderr)

@@ -68,7 +68,7 @@ def parse_opts(text):
 
 def split_opts(line):
     """Separates a trailing [options] block (outside quotes) from the line."""
-    m = re.match(r'^(.*?)\s*\[((?:[^\]"]|"(?:[^"\\]|\\.)*")*)\]\s*$', line)
+    m = re.match(r'^(.*?)\s+\[((?:[^\]"]|"(?:[^"\\]|\\.)*")*)\]\s*$', line)
     if m:
         return m.group(1), parse_opts(m.group(2))
     return line, {}
@@ -94,6 +94,12 @@ class Attr:
     def __init__(self, mod, name, type_, vtype, default, opts, line):
         self.mod, self.name, self.type, self.vtype = mod, name, type_, vtype
         self.default, self.opts, self.line = default, opts, line
+        self.count = None    # N of a fixed-size array T[N]
+        m = re.match(r'^(.+?)\s*\[(\d+)\]$', type_)
+        if m:
+            self.type, self.count = m.group(1), int(m.group(2))
+        # The emitter that handles the attribute (see attrs.py).
+        self.kind = 'fixed' if self.count is not None and mod == 'value' else mod
 
 
 class Schema:
@@ -185,9 +191,13 @@ def parse(text, filename='<schema>'):
                 mm = ATTR_RE.match(body)
                 if not mm:
                     err(no, f'attribute expected: {body}')
-                node.attrs.append(Attr(mm.group(1) or 'value', mm.group(2), mm.group(3).strip(),
-                                       mm.group(4) and mm.group(4).strip(),
-                                       mm.group(5) and mm.group(5).strip(), opts, no))
+                a = Attr(mm.group(1) or 'value', mm.group(2), mm.group(3).strip(),
+                         mm.group(4) and mm.group(4).strip(), mm.group(5) and mm.group(5).strip(), opts, no)
+                if a.count is not None and a.kind != 'fixed':
+                    err(no, f'{a.mod} {a.name}: a fixed-size array is a plain attribute')
+                if a.count == 0:
+                    err(no, f'{a.name}: an array of no elements')
+                node.attrs.append(a)
         return i
 
     parse_block(0, 0, None)
