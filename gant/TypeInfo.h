@@ -12,6 +12,7 @@ namespace Gant {
 
 class Entity;
 class TextReader;
+struct EnumInfo;
 
 enum class AttrKind : uint8_t {
    value,      // getter and xIs setter
@@ -42,6 +43,8 @@ struct TypeInfo {
    std::span<const AttrInfo> attrs;
    // Creates an entity of this type from its key's text; null for values.
    Ptr<Entity> (*factory)(std::string_view keyText) = nullptr;
+   // An enumeration's members; null for every other type.
+   const EnumInfo* enumInfo = nullptr;
 
    const AttrInfo* attr(std::string_view attrName) const noexcept;
 };
