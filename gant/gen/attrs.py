@@ -75,10 +75,13 @@ class AttrEmitter:
 
     def check(self, where):
         if where == 'entity' and not self.in_entity or where == 'value' and not self.in_value:
-            raise SchemaError(f'{self.g.file}:{self.a.line}: {self.what} not allowed in a {where} type')
+            place = 'an entity' if where == 'entity' else 'a value type'
+            raise SchemaError(f'{self.g.file}:{self.a.line}: {self.what} not allowed in {place}')
         for o in self.a.opts:
             if o not in self.options:
                 raise SchemaError(f'{self.g.file}:{self.a.line}: unknown option {o} for {self.what} {self.name}')
+        if 'range' in self.a.opts:
+            check_range(self.a.opts['range'], f'{self.g.file}:{self.a.line}')
 
     # value-type fragments
     def v_accessors(self, i2):
@@ -145,6 +148,11 @@ class AttrEmitter:
         parse = [f'   r.expect("{sep}\'{label}\': ");',
                  f'   v.{setter_call.format(v=f"Gant::Codec<{self.ct}>::parse(r)")};']
         return text, parse
+
+
+def check_range(rng, where):
+    if not isinstance(rng, str) or len(rng.split('..')) != 2 or not all(x.strip() for x in rng.split('..')):
+        raise SchemaError(f'{where}: range=LOW..HIGH expected')
 
 
 def range_error(subject, lo, hi):
@@ -615,6 +623,12 @@ class PondAttr(AttrEmitter):
         super().__init__(gen, t, a)
         self.idx = [x for x in t.attrs if x.mod == 'pond'].index(a)
         self.kt = f'typename Pond::Record<{self.ct}>::Key'
+        self.whole_note = self.note
+        if a.opts.get('whole'):
+            # The handler is overloaded: name the one meant.
+            h = f'&Reactor::on{upper_first(a.name)}'
+            self.note = f'notify(static_cast<void (Reactor::*)(const {self.kt}&)>({h})'
+            self.whole_note = f'notify(static_cast<void (Reactor::*)()>({h})'
 
     def reactor(self, i2):
         out = [f'{i2}   virtual void on{upper_first(self.name)}(const {self.kt}&) {{}}']
@@ -647,7 +661,7 @@ class PondAttr(AttrEmitter):
                 f'{i2}   collectionWriter({idx}).forEachLive([&](const void* p) {{ keys.push_back(Pond::keyOf<{ct}>(p)); }});',
                 f'{i2}   for (const auto& k : keys) {n}Del(k);']
         if self.a.opts.get('whole'):
-            out.append(f'{i2}   {note});')
+            out.append(f'{i2}   {self.whole_note});')
         out += [f'{i2}}}',
                 f'{i2}// Modify in place, then commit.',
                 f'{i2}{ct}& {n}Modify(const {kt}& k) {{',
@@ -664,7 +678,7 @@ class PondAttr(AttrEmitter):
             out.append(f'{i2}   FLASHLOG(*{n}NotifyTrace_, 8, k.pretty());')
         out += [f'{i2}   if (isWriter()) {w}->notify(k);', f'{i2}   {note}, k);', f'{i2}}}']
         if self.a.opts.get('whole'):
-            out.append(f'{i2}void {n}Notify() {{ {note}); }}')
+            out.append(f'{i2}void {n}Notify() {{ {self.whole_note}); }}')
         return out
 
     def table_member(self, i2):
@@ -685,8 +699,7 @@ class PondAttr(AttrEmitter):
         return [f'   {self.name}Writer_ = std::make_unique<Pond::MapWriter<{self.ct}>>(collectionWriter({self.idx}));']
 
     def dispatch(self):
-        return [f'   if (collection == {self.idx}) return notify(&Reactor::on{upper_first(self.name)}, '
-                f'Pond::keyOf<{self.ct}>(key));']
+        return [f'   if (collection == {self.idx}) return {self.note}, Pond::keyOf<{self.ct}>(key));']
 
     def rows(self, acc):
         return [acc.row(self.name, 'collection', self.a.type, acc.get(f'{{o}}->{self.name}Size()'))]

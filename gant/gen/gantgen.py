@@ -10,8 +10,8 @@ import sys
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import schema as S  # noqa: E402
 from schema import cpp_type, ARITH  # noqa: E402
-from attrs import (Access, BackrefAttr, PondAttr, cstr, emitter, lower_first,  # noqa: E402
-                   range_error)
+from attrs import (Access, BackrefAttr, PondAttr, check_range, cstr, emitter,  # noqa: E402
+                   lower_first, range_error)
 
 # Bumped whenever generated code needs a different runtime (gant/Generated.h).
 VERSION = 1
@@ -135,6 +135,8 @@ class Gen:
         for o in t.opts:
             if o not in TYPE_OPTIONS[t.kind]:
                 raise S.SchemaError(f'{self.file}:{t.line}: unknown option {o} for {t.kind} {t.name}')
+        if 'range' in t.opts:
+            check_range(t.opts['range'], f'{self.file}:{t.line}')
         if t.statics and t.kind in ('enum', 'entity'):
             raise S.SchemaError(f'{self.file}:{t.line}: static not allowed in an {t.kind}')
         getattr(self, 'emit_' + t.kind)(t, ind)
@@ -174,7 +176,12 @@ class Gen:
             c.append(f'const Gant::EnumInfo& gantEnumInfo({q}) {{')
         members = ', '.join(f'{{{cstr(n)}, {v}}}' for n, v in t.members)
         c.append(f'   static const Gant::EnumInfo info{{{cstr(self.full(t))}, {{{members}}}}};')
-        c.append('   return info;\n}\n')
+        c.append('   return info;\n}')
+        # Enumerations are found in the type registry by name like any type.
+        info = f'{fn_prefix}{t.name}Info()' if nested else f'gantEnumInfo({q}{{}})'
+        reg = q.replace('::', '_')
+        c.append(f'static const Gant::TypeInfo gantEnumType_{reg}{{{cstr(self.full(t))}, {{}}, nullptr, &{info}}};')
+        c.append(f'static const Gant::TypeRegistration gantRegister_{reg}(gantEnumType_{reg});\n')
         h.append('')
 
     # ---- common value-type pieces ----------------------------------------

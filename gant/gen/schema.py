@@ -10,15 +10,16 @@ declaration per line, nesting by indentation, '#' starts a comment:
        None = 0
        packetMode = 1
 
-    scalar VlanId : U16 = 1 [range=1..4094, error="VlanId::value < 1 or > 4094 not allowed"]
+    scalar VlanId : U16 = 1 [range=1..4094]   # range error text derived
        static null = 0                  # static constexpr VlanId null()
 
-    flags IntfFlags : U32 [error="IntfFlags::value > 0x3f not allowed"]
+    flags IntfFlags : U32 [ordered]
        forward                          # bit 0, then 1, ...
 
     value Intf [ordered, bang]
        intfId : Pakto::IntfId
        intfFlags : IntfFlags
+       word : U64[8] = 0                # fixed-size array, elements word1..word8
 
     entity Config [key=name : Name]
        routing : bool = false
@@ -32,6 +33,8 @@ declaration per line, nesting by indentation, '#' starts a comment:
        backref pimIntfStatus : Status
        op bool isDefault() const                # hand-written, declared verbatim
        init doInit                              # hand-written, run by the constructor
+
+Options follow a blank in brackets; docs/type-framework.md lists them all.
 """
 import re
 
