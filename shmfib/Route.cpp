@@ -7,30 +7,6 @@
 
 namespace Pond::Multicast::Fib {
 
-namespace {
-constexpr unsigned kWords = 8;
-} // namespace
-
-uint64_t Route::oifBitmap(unsigned n) const {
-   GANT_ASSERT(n < kWords);
-   const uint64_t* words[kWords] = {&oifBitmap1_, &oifBitmap2_, &oifBitmap3_, &oifBitmap4_,
-                                    &oifBitmap5_, &oifBitmap6_, &oifBitmap7_, &oifBitmap8_};
-   return *words[n];
-}
-
-void Route::oifBitmapIs(unsigned n, uint64_t word) {
-   GANT_ASSERT(n < kWords);
-   uint64_t* words[kWords] = {&oifBitmap1_, &oifBitmap2_, &oifBitmap3_, &oifBitmap4_,
-                              &oifBitmap5_, &oifBitmap6_, &oifBitmap7_, &oifBitmap8_};
-   *words[n] = word;
-}
-
-uint64_t Route::oifBitmapDel(unsigned n) {
-   uint64_t old = oifBitmap(n);
-   oifBitmapIs(n, 0);
-   return old;
-}
-
 void Route::oifIs(OifIndex i, bool on) {
    GANT_ASSERT(i != OifIndex::null());
    unsigned w = i.value() / 64;
@@ -61,7 +37,7 @@ OifIndex Route::nextOif(OifIndex prev) const {
    }
    if (maxOifIndex_ == OifIndex::null()) return OifIndex::null();
    const unsigned last = maxOifIndex_.value() / 64;
-   for (; word <= last && word < kWords; ++word, mask = ~uint64_t(0)) {
+   for (; word <= last && word < oifBitmapCount; ++word, mask = ~uint64_t(0)) {
       uint64_t bits = oifBitmap(word) & mask;
       if (bits) return OifIndex(word * 64 + static_cast<unsigned>(std::countr_zero(bits)));
    }
@@ -71,7 +47,7 @@ OifIndex Route::nextOif(OifIndex prev) const {
 // Modulo 256 on purpose: a route with 256 outgoing interfaces reports 0.
 uint8_t Route::oifs() const {
    unsigned n = 0;
-   for (unsigned w = 0; w < kWords; ++w) n += static_cast<unsigned>(std::popcount(oifBitmap(w)));
+   for (unsigned w = 0; w < oifBitmapCount; ++w) n += static_cast<unsigned>(std::popcount(oifBitmap(w)));
    return static_cast<uint8_t>(n);
 }
 
@@ -83,7 +59,7 @@ bool Route::isStarG() const {
 
 Route Route::operator^(const Route& b) const {
    Route r(key_);
-   for (unsigned w = 0; w < kWords; ++w) r.oifBitmapIs(w, oifBitmap(w) ^ b.oifBitmap(w));
+   for (unsigned w = 0; w < oifBitmapCount; ++w) r.oifBitmapIs(w, oifBitmap(w) ^ b.oifBitmap(w));
    auto pick = [](const Pakto::IntfId& a, const Pakto::IntfId& other) {
       if (a == other) return Pakto::IntfId();
       return !a ? other : a;
@@ -101,7 +77,7 @@ Route Route::operator^(const Route& b) const {
 // This route is the mask: it selects which fields of r are taken.
 Route Route::operator&(const Route& r) const {
    Route out(key_);
-   for (unsigned w = 0; w < kWords; ++w) out.oifBitmapIs(w, oifBitmap(w) & r.oifBitmap(w));
+   for (unsigned w = 0; w < oifBitmapCount; ++w) out.oifBitmapIs(w, oifBitmap(w) & r.oifBitmap(w));
    out.maxOifIndex_ = OifIndex(511);
    if (!!iif_) {
       out.iif_ = r.iif_;
@@ -130,7 +106,7 @@ Gant::String Route::pondString() const {
    out += " F ";
    out += iifFrr_.name();
    out += " O";
-   for (unsigned w = kWords; w-- > 0;) {
+   for (unsigned w = oifBitmapCount; w-- > 0;) {
       std::snprintf(buf, sizeof buf, " 0x%llx", static_cast<unsigned long long>(oifBitmap(w)));
       out += buf;
    }
