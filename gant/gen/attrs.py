@@ -67,6 +67,11 @@ class AttrEmitter:
     coll = False         # a keyed collection (no text parser for the value)
     ctor_param = False   # a parameter of a value type's full constructor
 
+    @staticmethod
+    def headers(a):
+        """Headers the generated header includes for this attribute."""
+        return []
+
     def __init__(self, gen, t, a):
         self.g, self.t, self.a = gen, t, a
         self.name = a.name
@@ -621,7 +626,7 @@ class PondAttr(AttrEmitter):
 
     def __init__(self, gen, t, a):
         super().__init__(gen, t, a)
-        self.idx = [x for x in t.attrs if x.mod == 'pond'].index(a)
+        self.idx = [x for x in t.attrs if KINDS[x.kind] is PondAttr].index(a)
         self.kt = f'typename Pond::Record<{self.ct}>::Key'
         self.whole_note = self.note
         if a.opts.get('whole'):
@@ -629,6 +634,10 @@ class PondAttr(AttrEmitter):
             h = f'&Reactor::on{upper_first(a.name)}'
             self.note = f'notify(static_cast<void (Reactor::*)(const {self.kt}&)>({h})'
             self.whole_note = f'notify(static_cast<void (Reactor::*)()>({h})'
+
+    @staticmethod
+    def headers(a):
+        return ['pond/TableEntity.h'] + (['flashlog/Flashlog.h'] if a.opts.get('traced') else [])
 
     def reactor(self, i2):
         out = [f'{i2}   virtual void on{upper_first(self.name)}(const {self.kt}&) {{}}']

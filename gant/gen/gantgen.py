@@ -10,7 +10,7 @@ import sys
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import schema as S  # noqa: E402
 from schema import cpp_type, ARITH  # noqa: E402
-from attrs import (Access, BackrefAttr, PondAttr, check_range, cstr, emitter,  # noqa: E402
+from attrs import (KINDS, Access, BackrefAttr, PondAttr, check_range, cstr, emitter,  # noqa: E402
                    lower_first, range_error)
 
 # Bumped whenever generated code needs a different runtime (gant/Generated.h).
@@ -74,9 +74,6 @@ class Gen:
     def ret(self, t):
         return self.arg(t)
 
-    def is_enum(self, t):
-        return t in self.by_name and self.by_name[t].kind == 'enum'
-
     def default_expr(self, type_, d):
         if d is None:
             return '{}'
@@ -92,10 +89,11 @@ class Gen:
         h.append('#include "gant/Generated.h"')
         h.append(f'static_assert(Gant::generatorVersion == {VERSION}, '
                  f'"{self.src_name} was generated for another runtime: regenerate it");')
-        if any(a.mod == 'pond' for t in self.by_name.values() for a in t.attrs):
-            h.append('#include "pond/TableEntity.h"')
-        if any(a.opts.get('traced') for t in self.by_name.values() for a in t.attrs):
-            h.append('#include "flashlog/Flashlog.h"')
+        needs = []
+        for t in self.by_name.values():
+            for a in t.attrs:
+                needs += [i for i in KINDS[a.kind].headers(a) if i not in needs]
+        h.extend(f'#include "{i}"' for i in needs)
         if any(t.mount for t in self.by_name.values()):
             h.append('#include "hive/MountPath.h"')
         for inc in self.s.includes:
@@ -467,7 +465,7 @@ class Gen:
         if a.opts.get('backref'):
             return True
         ch = self.by_name.get(a.type)
-        return ch is not None and any(x.mod == 'backref' for x in ch.attrs)
+        return ch is not None and any(KINDS[x.kind] is BackrefAttr for x in ch.attrs)
 
     def emit_entity(self, t, ind):
         h, c = self.h, self.c
