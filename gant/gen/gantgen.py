@@ -135,8 +135,6 @@ class Gen:
                 raise S.SchemaError(f'{self.file}:{t.line}: unknown option {o} for {t.kind} {t.name}')
         if 'range' in t.opts:
             check_range(t.opts['range'], f'{self.file}:{t.line}')
-        if t.statics and t.kind in ('enum', 'entity'):
-            raise S.SchemaError(f'{self.file}:{t.line}: static not allowed in an {t.kind}')
         getattr(self, 'emit_' + t.kind)(t, ind)
 
     # ---- enum -------------------------------------------------------------

@@ -114,6 +114,15 @@ class Schema:
         self.funcs = []      # (namespace, verbatim declaration)
 
 
+# The declaration lines each kind of type takes besides its attributes.
+LINES_IN = {
+    'enum': set(),
+    'scalar': {'op', 'mount', 'static'},
+    'flags': {'op', 'mount', 'static'},
+    'value': {'op', 'mount', 'static'},
+    'entity': {'op', 'mount', 'init'},
+}
+
 ATTR_RE = re.compile(
     r'^(?:(const|counter|map|set|array|children|ref|backref|pond)\s+)?(\w+)\s*:\s*'
     r'(.+?)(?:\s*->\s*(.+?))?(?:\s*=\s*(.+?))?$')
@@ -170,6 +179,12 @@ def parse(text, filename='<schema>'):
                 else:
                     err(no, f'unknown declaration: {body}')
                 continue
+            word = body.split(None, 1)[0]
+            if word in ('mount', 'init', 'static') or node.kind in ('enum', 'flags'):
+                if opts:
+                    err(no, 'no options on this line')
+                if word in ('op', 'mount', 'init', 'static') and word not in LINES_IN[node.kind]:
+                    err(no, f'{word} not allowed in {"an" if node.kind[0] in "ae" else "a"} {node.kind}')
             if body.startswith('op '):
                 node.ops.append(code[3:].strip())
             elif body.startswith('mount '):
@@ -190,6 +205,8 @@ def parse(text, filename='<schema>'):
                 if not re.match(r'\w+$', body):
                     err(no, 'flag name expected')
                 node.members.append((body, opts))
+            elif node.kind == 'scalar':
+                err(no, 'a scalar holds only static lines')
             else:
                 mm = ATTR_RE.match(body)
                 if not mm:

@@ -43,6 +43,10 @@ BAD = [
     ('enum E : U32\n   red', 'bad.gant:3: enum member NAME = VALUE expected'),
     ('value V\n     a : U32\n   b : U32', 'bad.gant:4: unexpected indentation'),
     ('value V\n   a U32', 'bad.gant:3: attribute expected: a U32'),
+    ('flags F : U32\n   on [hashed]', 'bad.gant:3: no options on this line'),
+    ('entity E\n   static s = 1', 'bad.gant:3: static not allowed in an entity'),
+    ('value V\n   init f', 'bad.gant:3: init not allowed in a value'),
+    ('scalar S : U16\n   a : U32', 'bad.gant:3: a scalar holds only static lines'),
 ]
 
 
