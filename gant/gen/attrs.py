@@ -87,6 +87,8 @@ class AttrEmitter:
                 raise SchemaError(f'{self.g.file}:{self.a.line}: unknown option {o} for {self.what} {self.name}')
         if 'range' in self.a.opts:
             check_range(self.a.opts['range'], f'{self.g.file}:{self.a.line}')
+        elif 'error' in self.a.opts:
+            raise SchemaError(f'{self.g.file}:{self.a.line}: error without range for {self.name}')
 
     # value-type fragments
     def v_accessors(self, i2):
@@ -176,11 +178,6 @@ class ValueAttr(AttrEmitter):
     stored = True
     ctor_param = True
     row_kind = 'value'
-
-    def check(self, where):
-        super().check(where)
-        if 'error' in self.a.opts and 'range' not in self.a.opts:
-            raise SchemaError(f'{self.g.file}:{self.a.line}: error without range for {self.name}')
 
     def getter(self, i2):
         return [f'{i2}{self.g.ret(self.a.type)} {self.name}() const noexcept {{ return {self.name}_; }}']
