@@ -35,22 +35,6 @@ TEST(FibCounter, EqualityTextAndPondString) {
    EXPECT_EQ(Gant::fromText<Counter>(Gant::toText(a)), a);
 }
 
-TEST(FibCounter, CtlCountersWrap) {
-   auto ctl = counterStatusCtlFactory("ctl");
-   EXPECT_EQ(ctl->mode(), CounterMode::None);
-   struct Watch : CounterStatusCtl::Reactor {
-      using CounterStatusCtl::Reactor::Reactor;
-      int n = 0;
-      void onCurrSize() override { ++n; }
-   } w(ctl.ptr());
-   ctl->currSizeDec(1);
-   EXPECT_EQ(ctl->currSize(), UINT32_MAX);
-   ctl->currSizeInc(1);
-   EXPECT_EQ(ctl->currSize(), 0u);
-   ctl->currSizeInc(0);
-   EXPECT_EQ(w.n, 2);
-}
-
 TEST(FibCounter, StatusTableTracesUnderItsOperationNames) {
    Loop::EpollLoop loop;
    Flashlog::Capture capture("counterIs=8,counterDel=8,counterNotify=8");

@@ -69,45 +69,39 @@ TEST(RouteKey, Ipv4FormAgreesWithTheGenericForm) {
    EXPECT_EQ(RouteKey().kind(), RouteKeyType::unknownRouteKeyType);
 }
 
-TEST(RouteKey, Pretty) {
-   EXPECT_EQ(invalidRouteKey().pretty(), "Unknown Type");
-   EXPECT_EQ(makeRouteKeyVlanFloodset(10).pretty(), "vlan10 Floodset");
-   EXPECT_EQ(makeRouteKeyMulticastFloodset(10).pretty(), "vlan10 Multicast Floodset");
-   EXPECT_EQ(makeRouteKeyVxlanCoreSideFloodset(10).pretty(), "vlan10 Vxlan CoreSide Floodset");
-   EXPECT_EQ(makeRouteKeyEthGroup(100, mac).pretty(), "vlan100 01:00:5e:01:02:03");
-   EXPECT_EQ(makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)).pretty(), "Mcast Group Kind 19 Index 5");
-   EXPECT_EQ(makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("2.2.2.2")).pretty(),
-             "vlan10 2.2.2.2 EvpnMultihomeFloodset");
-   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32")).pretty(), "(10.0.0.1,239.1.1.1)");
-   EXPECT_EQ(makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")).pretty(), "(*,239.1.1.1)");
-   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")).pretty(), "(10.0.0.0/8,239.1.1.1)");
-   EXPECT_EQ(makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.0.0/16")).pretty(), "(*,239.1.0.0)")
-       << "the (*,G) text never shows the group's length";
-   EXPECT_EQ(makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.0.0/16")).pretty(), "(10.0.0.1,239.1.0.0/16)");
-   EXPECT_EQ(IpGenRouteKey(gpfx("2001:db8::1/128"), gpfx("ff3e::1/128")).pretty(), "(2001:db8::1,ff3e::1)");
-   EXPECT_EQ(IpGenRouteKey(gpfx("2001:db8::/32"), gpfx("ff3e::/96")).pretty(), "(2001:db8::/32,ff3e::/96)");
-}
+TEST(RouteKey, PrettyAndTextFormsCharacterForCharacter) {
+   const auto evpn = makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("2.2.2.2"));
+   const std::vector<std::pair<IpGenRouteKey, std::string>> pretty = {
+       {invalidRouteKey(), "Unknown Type"},
+       {makeRouteKeyVlanFloodset(10), "vlan10 Floodset"},
+       {makeRouteKeyMulticastFloodset(10), "vlan10 Multicast Floodset"},
+       {makeRouteKeyVxlanCoreSideFloodset(10), "vlan10 Vxlan CoreSide Floodset"},
+       {makeRouteKeyEthGroup(100, mac), "vlan100 01:00:5e:01:02:03"},
+       {makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)), "Mcast Group Kind 19 Index 5"},
+       {evpn, "vlan10 2.2.2.2 EvpnMultihomeFloodset"},
+       {makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32")), "(10.0.0.1,239.1.1.1)"},
+       {makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")), "(*,239.1.1.1)"},
+       {makeRouteKeyMroute(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")), "(10.0.0.0/8,239.1.1.1)"},
+       // the (*,G) text never shows the group's length
+       {makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("239.1.0.0/16")), "(*,239.1.0.0)"},
+       {makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.0.0/16")), "(10.0.0.1,239.1.0.0/16)"},
+       {IpGenRouteKey(gpfx("2001:db8::1/128"), gpfx("ff3e::1/128")), "(2001:db8::1,ff3e::1)"},
+       {IpGenRouteKey(gpfx("2001:db8::/32"), gpfx("ff3e::/96")), "(2001:db8::/32,ff3e::/96)"}};
+   for (const auto& [key, text] : pretty) EXPECT_EQ(key.pretty(), text);
 
-TEST(RouteKey, TextFormsCharacterForCharacter) {
    const std::string head = "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {";
-   auto sg = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
+   const auto sg = makeRouteKeyMroute(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"));
    EXPECT_EQ(Gant::toText(sg), head + "'s': 10.0.0.1/32, 'g': 239.1.1.1/32})");
-   EXPECT_EQ(Gant::toText(RouteKey(sg)), head + "'kind': 'mroute', 's': 10.0.0.1/32, 'g': 239.1.1.1/32})");
-   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyVlanFloodset(10))), head + "'kind': 'vlanFloodset', 'vlanId': 10})");
-   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyMulticastFloodset(11))),
-             head + "'kind': 'multicastFloodset', 'vlanId': 11})");
-   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyVxlanCoreSideFloodset(12))),
-             head + "'kind': 'vxlanCoreSideFloodset', 'vlanId': 12})");
-   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyEthGroup(100, mac))),
-             head + "'kind': 'ethGroup', 'vlanId': 100, 'ethGroup': 01:00:5e:01:02:03})");
-   EXPECT_EQ(Gant::toText(RouteKey(makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)))),
-             head + "'kind': 'mcastGroup', 'kind': 19, 'index': 5})");
-   EXPECT_EQ(Gant::toText(RouteKey(
-                 makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("1.1.1.1")))),
-             head + "'kind': 'evpnMultihomeFloodset', 'vlanID': 10, 'Peer VTEP IP': 1.1.1.1})");
-   EXPECT_EQ(Gant::toText(RouteKey()), head + "'kind': 'unknownRouteKeyType'})");
-   EXPECT_EQ(Gant::toText(Multicast::Group::GroupKey(19, 5, 77)),
-             "Value('Multicast::Group::GroupKey', ** {'kind': 19, 'index': 5, 'hash': 77})");
+   const std::vector<std::pair<IpGenRouteKey, std::string>> texts = {
+       {sg, "'kind': 'mroute', 's': 10.0.0.1/32, 'g': 239.1.1.1/32})"},
+       {makeRouteKeyVlanFloodset(10), "'kind': 'vlanFloodset', 'vlanId': 10})"},
+       {makeRouteKeyMulticastFloodset(11), "'kind': 'multicastFloodset', 'vlanId': 11})"},
+       {makeRouteKeyVxlanCoreSideFloodset(12), "'kind': 'vxlanCoreSideFloodset', 'vlanId': 12})"},
+       {makeRouteKeyEthGroup(100, mac), "'kind': 'ethGroup', 'vlanId': 100, 'ethGroup': 01:00:5e:01:02:03})"},
+       {makeRouteKeyMcastGroup(Multicast::Group::GroupKey(19, 5)), "'kind': 'mcastGroup', 'kind': 19, 'index': 5})"},
+       {evpn, "'kind': 'evpnMultihomeFloodset', 'vlanID': 10, 'Peer VTEP IP': 2.2.2.2})"},
+       {invalidRouteKey(), "'kind': 'unknownRouteKeyType'})"}};
+   for (const auto& [key, text] : texts) EXPECT_EQ(Gant::toText(RouteKey(key)), head + text);
    EXPECT_EQ(Gant::toText(RouteKeyTypeConverter(RouteKeyType::ethGroup)), "'ethGroup'");
    EXPECT_EQ(RouteKeyTypeConverter(RouteKeyType::mroute).intValue(), 7u);
 }

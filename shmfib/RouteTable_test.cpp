@@ -70,13 +70,7 @@ TEST(ShmRouteTable, ProducerWritesAgentsReadThroughEntities) {
    producer->tableWriter()->unlink();
 }
 
-TEST(ShmRouteTable, MountPathsAndMountInfo) {
-   EXPECT_EQ(Status::mountPath(Pakto::AddressFamily::ipv4, L3::VrfName("red"), "pim"),
-             "routing/multicast/routestatus/red/pim");
-   EXPECT_EQ(Status::mountPath(Pakto::AddressFamily::ipv6, L3::VrfName("red"), "pim"),
-             "routing6/multicast/routestatus/red/pim");
-   EXPECT_DEATH(Status::mountPath(Pakto::AddressFamily::ipunknown, L3::VrfName("red"), "pim"),
-                "Unsupported address family");
+TEST(ShmRouteTable, MountInfo) {
    Pond::TableShape info = TableInfo::mfibMountInfo();
    ASSERT_EQ(info.collections.size(), 2u);
    EXPECT_EQ(info.collections[0].name, "route");

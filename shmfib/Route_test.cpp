@@ -13,20 +13,10 @@ IpGenRouteKey sg(const char* s, const char* g) {
                                                       Gant::fromText<Pakto::Prefix>(g));
 }
 
-TEST(ShmRoute, NewRouteDefaults) {
-   Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
-   EXPECT_EQ(r.maxOifIndex(), OifIndex::null());
-   EXPECT_EQ(r.maxOifIndex().value(), 512);
-   EXPECT_EQ(r.routePriority().value(), 1);
-   EXPECT_EQ(r.version(), 0u);
-   EXPECT_EQ(r.oifs(), 0);
-   EXPECT_EQ(r.nextOif(OifIndex::null()), OifIndex::null());
-   EXPECT_TRUE(!Route());
-   EXPECT_FALSE(!r);
-}
-
 TEST(ShmRoute, NextOifSearchesWholeWordsUpToMax) {
    Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
+   EXPECT_EQ(r.maxOifIndex(), OifIndex::null());
+   EXPECT_EQ(r.nextOif(OifIndex::null()), OifIndex::null()) << "a new route has no interface";
    r.oifIs(3, true);
    r.oifIs(70, true);
    r.maxOifIndexIs(70);
@@ -132,12 +122,9 @@ TEST(ShmRoute, PondStringAndTextForms) {
    EXPECT_EQ(r.pondString(),
              "[(10.0.0.1,239.1.1.1)] F 0x11 0x0 I Ethernet1 N  S  F  O 0x8000000000000000 0x0 0x0 0x0 0x0 0x0 "
              "0x0 0x1 max 511 ver 7 priority 3");
-   EXPECT_EQ(Gant::toText(Route::RouteFlags(0x21)),
-             "Value('Pond::Multicast::Fib::Route::RouteFlags', ** {'valid': True, 'toCpu': False, 'iifRegister': "
-             "False, 'oifRegister': False, 'programmable': False, 'skipKernelProgramming': True})");
    EXPECT_EQ(Gant::toText(Route::IifFlags(1)), "True");
-   Route plain(sg("10.0.0.1/32", "239.1.1.1/32"));
-   EXPECT_EQ(Gant::toText(plain),
+   // The record's text keeps each attribute's own name, the eight words too.
+   EXPECT_EQ(Gant::toText(Route(sg("10.0.0.1/32", "239.1.1.1/32"))),
              "Value('Pond::Multicast::Fib::Route', ** {'key': Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
              "{'s': 10.0.0.1/32, 'g': 239.1.1.1/32}), 'iif': , 'iifFrr': , 'notify': , 'fastdrop': , "
              "'notifyProgrammable': False, 'routeFlags': Value('Pond::Multicast::Fib::Route::RouteFlags', ** "
@@ -145,14 +132,6 @@ TEST(ShmRoute, PondStringAndTextForms) {
              "'skipKernelProgramming': False}), 'iifFlags': False, 'rpaId': 0, 'maxOifIndex': 512, "
              "'routePriority': 1, 'version': 0, 'oifBitmap1': 0, 'oifBitmap2': 0, 'oifBitmap3': 0, 'oifBitmap4': "
              "0, 'oifBitmap5': 0, 'oifBitmap6': 0, 'oifBitmap7': 0, 'oifBitmap8': 0})");
-   EXPECT_EQ(Gant::toText(OifIndexIntf(OifIndex(4))),
-             "Value('Pond::Multicast::Fib::OifIndexIntf', ** {'key': 4, 'intf': , 'refCount': 0})");
-   EXPECT_EQ(Gant::toText(DfProfile(Pakto::IntfId("Ethernet2"))),
-             "Value('Pond::Multicast::Fib::DfProfile', ** {'key': Ethernet2, 'dfBitmap': 0})");
-   EXPECT_EQ(Gant::toText(BidirGroup(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8"))),
-             "Value('Pond::Multicast::Fib::BidirGroup', ** {'key': 239.0.0.0/8, 'rpa': 0})");
-   EXPECT_EQ(Gant::toText(IntfOifIndex(Pakto::IntfId("Vlan10"))),
-             "Value('Pond::Multicast::Fib::IntfOifIndex', ** {'key': Vlan10, 'oifIndex': 512})");
 }
 
 TEST(ShmRoute, AttributeLogWidthsAndRangeErrors) {
