@@ -87,7 +87,7 @@ namespace Gant::Test {
 using namespace Routing::Multicast::Fib;
 
 template <>
-struct ValueSamples<CounterMode> {
+struct ValueSamples<CounterMode> : Samples<CounterMode> {
    static std::vector<CounterMode> distinct() {
       return {CounterMode::None, CounterMode::packetMode, CounterMode::byteMode};
    }
@@ -99,7 +99,7 @@ struct ValueSamples<CounterMode> {
 };
 
 template <>
-struct ValueSamples<Config::MultipathControl> {
+struct ValueSamples<Config::MultipathControl> : Samples<Config::MultipathControl> {
    using M = Config::MultipathControl;
    static std::vector<M> distinct() {
       return {M::multipathDeterministic, M::multipathNone, M::noMultipathDeterministic};

@@ -61,7 +61,7 @@ namespace Gant::Test {
 using Routing::Multicast::Fib::Counter;
 
 template <>
-struct ValueSamples<Counter> {
+struct ValueSamples<Counter> : Samples<Counter> {
    static std::vector<Counter> distinct() {
       Counter a(Routing::Multicast::Fib::makeRouteKeyVlanFloodset(3)), b = a, c = a;
       b.valueIs(UINT64_MAX);
@@ -69,9 +69,7 @@ struct ValueSamples<Counter> {
       c.lastRefreshTimeIs(-2.5);
       return {Counter(), a, b, c};
    }
-   static std::vector<std::pair<Counter, std::string>> texts() { return {}; }
    static std::vector<std::string> badTexts() { return {"Value('Routing::Multicast::Fib::Counter', ** {})"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(FibCounter, ValueContract, ::testing::Types<Counter>);

@@ -30,7 +30,7 @@ namespace Gant::Test {
 using HwFlags = Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags;
 
 template <>
-struct ValueSamples<HwFlags> {
+struct ValueSamples<HwFlags> : Samples<HwFlags> {
    static std::vector<HwFlags> distinct() { return {HwFlags(0), HwFlags(1), HwFlags(2), HwFlags(3)}; }
    static std::vector<std::pair<HwFlags, std::string>> texts() {
       return {{HwFlags(2), "Value('Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags', ** {'noRoute': "

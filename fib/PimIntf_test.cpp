@@ -34,7 +34,7 @@ namespace Gant::Test {
 using namespace Routing::Multicast::Fib::PimIntf;
 
 template <>
-struct ValueSamples<PrefixKey> {
+struct ValueSamples<PrefixKey> : Samples<PrefixKey> {
    static std::vector<PrefixKey> distinct() {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
       return {PrefixKey(), PrefixKey(p("10.0.0.0/8"), L3::VrfName("")), PrefixKey(p("10.0.0.0/8"), L3::VrfName("red")),
@@ -44,12 +44,10 @@ struct ValueSamples<PrefixKey> {
       return {{PrefixKey(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), L3::VrfName("red")),
                "Value('Routing::Multicast::Fib::PimIntf::PrefixKey', ** {'prefix': 10.0.0.0/8, 'vrfName': 'red'})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<PrefixMroute> {
+struct ValueSamples<PrefixMroute> : Samples<PrefixMroute> {
    static std::vector<PrefixMroute> distinct() {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
       return {PrefixMroute(), PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
@@ -59,8 +57,6 @@ struct ValueSamples<PrefixMroute> {
       return {{PrefixMroute(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
                "Value('Routing::Multicast::Fib::PimIntf::PrefixMroute', ** {'src': 10.0.0.0/8, 'intf': Ethernet1})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 using PimIntfTypes = ::testing::Types<PrefixKey, PrefixMroute>;

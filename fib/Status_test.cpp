@@ -42,7 +42,7 @@ namespace Gant::Test {
 using namespace Routing::Multicast::Fib;
 
 template <>
-struct ValueSamples<Intf::IntfFlags> {
+struct ValueSamples<Intf::IntfFlags> : Samples<Intf::IntfFlags> {
    using F = Intf::IntfFlags;
    static std::vector<F> distinct() { return {F(0), F(1), F(0x10), F(0x20), F(0x3f)}; }
    static std::vector<std::pair<F, std::string>> texts() {
@@ -60,7 +60,7 @@ struct ValueSamples<Intf::IntfFlags> {
 };
 
 template <>
-struct ValueSamples<Intf> {
+struct ValueSamples<Intf> : Samples<Intf> {
    static std::vector<Intf> distinct() {
       return {Intf(), Intf(Pakto::IntfId("Ethernet1"), Intf::IntfFlags(0)),
               Intf(Pakto::IntfId("Ethernet1"), Intf::IntfFlags(3)), Intf(Pakto::IntfId(), Intf::IntfFlags(1)),
@@ -77,7 +77,6 @@ struct ValueSamples<Intf> {
               "Value('Routing::Multicast::Fib::Intf::IntfFlags', ** {'forward': False, 'accept': True, "
               "'notify': True, 'noRpf': False, 'fastdrop': False, 'frr': False})})"};
    }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 using StatusTypes = ::testing::Types<Intf::IntfFlags, Intf>;

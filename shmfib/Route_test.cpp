@@ -183,7 +183,7 @@ namespace Gant::Test {
 using namespace Pond::Multicast::Fib;
 
 template <>
-struct ValueSamples<OifIndex> {
+struct ValueSamples<OifIndex> : Samples<OifIndex> {
    static std::vector<OifIndex> distinct() { return {OifIndex(0), OifIndex(1), OifIndex(511), OifIndex::null()}; }
    static std::vector<std::pair<OifIndex, std::string>> texts() { return {{OifIndex(7), "7"}}; }
    static std::vector<std::string> badTexts() { return {"513", "-1", "x"}; }
@@ -193,10 +193,9 @@ struct ValueSamples<OifIndex> {
 };
 
 template <>
-struct ValueSamples<Route::RouteFlags> {
+struct ValueSamples<Route::RouteFlags> : Samples<Route::RouteFlags> {
    using F = Route::RouteFlags;
    static std::vector<F> distinct() { return {F(0), F(1), F(0x20), F(0x3f)}; }
-   static std::vector<std::pair<F, std::string>> texts() { return {}; }
    static std::vector<std::string> badTexts() { return {"Value('Pond::Multicast::Fib::Route::RouteFlags', ** {})"}; }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({0, 0, 0, 0x40}), "RouteFlags::value > 0x3f not allowed"}};
@@ -204,7 +203,7 @@ struct ValueSamples<Route::RouteFlags> {
 };
 
 template <>
-struct ValueSamples<Route::IifFlags> {
+struct ValueSamples<Route::IifFlags> : Samples<Route::IifFlags> {
    using F = Route::IifFlags;
    static std::vector<F> distinct() { return {F(0), F(1)}; }
    static std::vector<std::pair<F, std::string>> texts() { return {{F(0), "False"}}; }
@@ -215,20 +214,19 @@ struct ValueSamples<Route::IifFlags> {
 };
 
 template <>
-struct ValueSamples<IntfFlags> {
+struct ValueSamples<IntfFlags> : Samples<IntfFlags> {
    static std::vector<IntfFlags> distinct() { return {IntfFlags(0), IntfFlags(0x10), IntfFlags(0x3f)}; }
    static std::vector<std::pair<IntfFlags, std::string>> texts() {
       return {{IntfFlags(0x3), "Value('Pond::Multicast::Fib::IntfFlags', ** {'forward': True, 'accept': True, "
                                "'notify': False, 'noRpf': False, 'fastdrop': False, 'frr': False})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({0, 0, 0, 0x40}), "IntfFlags::value > 0x3f not allowed"}};
    }
 };
 
 template <>
-struct ValueSamples<Route> {
+struct ValueSamples<Route> : Samples<Route> {
    static std::vector<Route> distinct() {
       auto key = Routing::Multicast::Fib::makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>("10.0.0.1/32"),
                                                              Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
@@ -243,34 +241,26 @@ struct ValueSamples<Route> {
       c.routePriorityIs(255);
       return {Route(), a, b, c, d};
    }
-   static std::vector<std::pair<Route, std::string>> texts() { return {}; }
    static std::vector<std::string> badTexts() { return {"Value('Pond::Multicast::Fib::Route', ** {})"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<OifIndexIntf> {
+struct ValueSamples<OifIndexIntf> : Samples<OifIndexIntf> {
    static std::vector<OifIndexIntf> distinct() {
       OifIndexIntf b(OifIndex(3));
       b.intfIs(Pakto::IntfId("Ethernet1"));
       b.refCountIs(2);
       return {OifIndexIntf(), OifIndexIntf(OifIndex(3)), b};
    }
-   static std::vector<std::pair<OifIndexIntf, std::string>> texts() { return {}; }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<BidirGroup> {
+struct ValueSamples<BidirGroup> : Samples<BidirGroup> {
    static std::vector<BidirGroup> distinct() {
       BidirGroup b(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8"));
       b.rpaIs(5);
       return {BidirGroup(), BidirGroup(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8")), b};
    }
-   static std::vector<std::pair<BidirGroup, std::string>> texts() { return {}; }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 using RecordTypes = ::testing::Types<OifIndex, Route::RouteFlags, Route::IifFlags, IntfFlags, Route, OifIndexIntf,
