@@ -9,7 +9,7 @@ namespace Gant::Test {
 using Pakto::NamespaceName;
 
 template <>
-struct ValueSamples<NamespaceName> {
+struct ValueSamples<NamespaceName> : Samples<NamespaceName> {
    static std::vector<NamespaceName> distinct() {
       return {NamespaceName(), "Mgmt", "ns-mgmt", "ns-red", std::string(255, '~')};
    }

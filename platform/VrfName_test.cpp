@@ -11,7 +11,7 @@ namespace Gant::Test {
 using L3::VrfName;
 
 template <>
-struct ValueSamples<VrfName> {
+struct ValueSamples<VrfName> : Samples<VrfName> {
    // Lexicographic: a shorter prefix first, then by byte.
    static std::vector<VrfName> distinct() {
       return {VrfName(), "A", "a", "a b", "ab", "default", "it's", std::string(100, 'z')};
