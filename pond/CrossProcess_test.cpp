@@ -82,12 +82,6 @@ pid_t startReader(const std::string& path, const Options& options, bool expectWr
    return pid;
 }
 
-int exitCode(pid_t pid) {
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
-}
-
 // Writes every key at `version`, serving the loop now and then.
 void writeRound(MapWriter<Item>& items, Loop::EpollLoop& loop, uint32_t version) {
    for (uint32_t k = 0; k < kKeys; ++k) {
@@ -107,11 +101,7 @@ TEST(PondCrossProcess, FourReadersFollowAWriterAtFullSpeed) {
    for (uint32_t v = 1; v <= 10; ++v) writeRound(items, loop, v);
    items.set(Item::make(kDone, 10));
    std::vector<int> codes;
-   for (pid_t pid : readers) {
-      int status = 0;
-      while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.01);
-      codes.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
-   }
+   for (pid_t pid : readers) codes.push_back(exitCode(pid, &loop));
    EXPECT_EQ(codes, (std::vector<int>{0, 0, 0, 0})) << "2 timeout, 3 torn record, 4 corrupt, 5/6 lost change";
    writer.unlink();
 }
@@ -149,11 +139,7 @@ TEST(PondCrossProcess, WriterKilledMidStreamAndRestarted) {
    writeRound(items, loop, 1000);
    items.set(Item::make(kDone, 1000));
    std::vector<int> codes;
-   for (pid_t pid : readers) {
-      int status = 0;
-      while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.01);
-      codes.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
-   }
+   for (pid_t pid : readers) codes.push_back(exitCode(pid, &loop));
    EXPECT_EQ(codes, (std::vector<int>{0, 0})) << "exit 7: a reader did not notice the writer's death";
    writer.unlink();
 }
@@ -172,18 +158,12 @@ TEST(PondCrossProcess, AReaderKilledLeavesTheWriterUnaffected) {
    EXPECT_EQ(exitCode(victim), 100 + SIGKILL);
    writeRound(items, loop, 2);
    items.set(Item::make(kDone, 2));
-   int status = 0;
-   while (::waitpid(survivor, &status, WNOHANG) == 0) loop.runOnce(0.01);
-   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+   EXPECT_EQ(exitCode(survivor, &loop), 0);
    for (int i = 0; i < 10; ++i) loop.runOnce(0.01);
    EXPECT_LE(writer.readers(), 1u) << "the dead reader's connection is gone";
    EXPECT_EQ(items.size(), kKeys + 1);
    writer.unlink();
 }
-
-} // namespace
-
-namespace {
 
 TEST(PondCrossProcess, ABurstWakesASleepingReaderOnce) {
    const Pond::Test::BurstSeen seen =

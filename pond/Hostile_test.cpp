@@ -11,9 +11,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,9 +49,7 @@ int asStranger(F f) {
       becomeStranger();
       ::_exit(f());
    }
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+   return exitCode(pid);
 }
 
 // Forks a process of uid 65534 that runs setUp (false: it failed), says so,
@@ -197,13 +193,7 @@ TEST_F(PondHostile, ReadersDoNotTrustAWakeSocketServedByAnotherUser) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
    MapWriter<Item>(writer.collection(0)).set(Item::make(1, 1));
    const std::string wake = wakeSocketPath(options.socketDir, name);
-   const pid_t impostor = strangerUntilKilled([&] {
-      const int s = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
-      sockaddr_un a{};
-      a.sun_family = AF_UNIX;
-      std::strncpy(a.sun_path, wake.c_str(), sizeof a.sun_path - 1);
-      return ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 && ::listen(s, 8) == 0;
-   });
+   const pid_t impostor = strangerUntilKilled([&] { return unixSocket(wake, true) >= 0; });
    ASSERT_GT(impostor, 0);
    Recorder rec;
    TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
