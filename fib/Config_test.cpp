@@ -2,6 +2,8 @@
 #include "gant/testlib/Notifications.h"
 #include "gant/testlib/ValueContract.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -68,12 +70,8 @@ TEST(FibConfig, VrfConfigHoldsDefaultFromTheStart) {
    EXPECT_EQ(w.count("config default"), 2);
 
    std::string longName(101, 'v');
-   try {
-      root->configIs(longName);
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "VrfName::bytes > VrfName::maxLength not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { root->configIs(longName); }),
+             "VrfName::bytes > VrfName::maxLength not allowed");
    EXPECT_FALSE(root->configHas(longName));
    EXPECT_EQ(w.total(), 2) << "a refused name notifies nobody";
    root->configIs(std::string(100, 'v'));

@@ -3,6 +3,8 @@
 #include "fib/RouteKey.h"
 #include "gant/testlib/ValueContract.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -116,13 +118,11 @@ TEST(RouteKey, ParseReadsBackFloodsetsEthGroupsAndRoutes) {
    }
    EXPECT_EQ(Gant::fromText<RouteKey>(Gant::toText(RouteKey())), RouteKey());
    // A VLAN out of range is the platform's range error, not an assertion.
-   try {
-      Gant::fromText<RouteKey>("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', "
-                               "'vlanId': 4095})");
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] {
+                return Gant::fromText<RouteKey>(
+                    "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', 'vlanId': 4095})");
+             }),
+             "VlanId::value < 1 or > 4094 not allowed");
 }
 
 TEST(RouteKeyDeathTest, KindsWhoseTextDoesNotReadBack) {

@@ -5,6 +5,8 @@
 #include "sys/Calls.h"
 #include "sys/Fd.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -49,12 +51,7 @@ TEST(Flashlog, LevelThresholdBoundaries) {
    EXPECT_FALSE(h.enabled(10));
    EXPECT_FALSE(h.enabled(-1));
 
-   try {
-      h.setLevel(10);
-      FAIL() << "level 10 accepted";
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "Flashlog level < -1 or > 9 not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { h.setLevel(10); }), "Flashlog level < -1 or > 9 not allowed");
    EXPECT_THROW(h.setLevel(-2), Gant::RangeError);
    EXPECT_EQ(h.level(), 9); // unchanged by the refused calls
    h.setLevel(Flashlog::off);

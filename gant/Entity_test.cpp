@@ -3,6 +3,8 @@
 // lifetime, reflection and the attribute log.
 #include "gant/testlib/Sample.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -49,12 +51,7 @@ TEST(Entity, RangeErrorLeavesValueAndNotifiesNobody) {
    Recorder rec(root.ptr());
    root->limitIs(10);
    rec.seen.clear();
-   try {
-      root->limitIs(5001);
-      FAIL() << "accepted";
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "Root::limit > 5000 not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { root->limitIs(5001); }), "Root::limit > 5000 not allowed");
    EXPECT_EQ(root->limit(), 10u);
    EXPECT_TRUE(rec.seen.empty());
 }

@@ -1,6 +1,8 @@
 #include "shmfib/Route.h"
 #include "gant/testlib/ValueContract.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -141,21 +143,13 @@ TEST(ShmRoute, AttributeLogWidthsAndRangeErrors) {
    EXPECT_EQ(log.size(), 36u + 32 + 1 + 4 + 4 + 2 + 2 + 1 + 4 + 64);
    std::string badFlags = log;
    badFlags[36 + 32 + 1 + 3] = 0x40; // routeFlags' low byte
-   try {
-      Gant::fromLog<Route>(badFlags);
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "RouteFlags::value > 0x3f not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badFlags); }),
+             "RouteFlags::value > 0x3f not allowed");
    std::string badMax = log;
    badMax[36 + 32 + 1 + 8 + 2] = 0x02;
    badMax[36 + 32 + 1 + 8 + 3] = 0x01; // maxOifIndex 513
-   try {
-      Gant::fromLog<Route>(badMax);
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "OifIndex::value < OifIndex::min or > OifIndex::null not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badMax); }),
+             "OifIndex::value < OifIndex::min or > OifIndex::null not allowed");
    EXPECT_THROW(Route::IifFlags(2), Gant::RangeError);
    EXPECT_THROW(IntfFlags(0x40), Gant::RangeError);
 }
