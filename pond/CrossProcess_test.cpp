@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <map>
 
 namespace {
 
@@ -18,62 +17,26 @@ using namespace Pond;
 using namespace Pond::Test;
 
 constexpr uint32_t kKeys = 12000;
-constexpr uint32_t kDone = 0xffffffff; // its version is the final version of every key
+constexpr uint32_t kDone = Follower::kDone;
 
 TableShape shape() { return {"Pond::Test::ItemTable", {Record<Item>::shape("item", kKeys + 1)}}; }
 
 // A reader process: follows the table until the done record appears, then
 // checks that what it was told matches the table. Exit code 0 when it does.
 [[noreturn]] void readerProcess(const std::string& path, const Options& options, bool expectWriterDeath) {
-   struct Follower : TableHandler {
-      TableReader* reader = nullptr;
-      std::map<uint32_t, uint32_t> known; // key -> version, updated on notifications only
-      bool torn = false, done = false, corrupt = false;
-      int gone = 0;
-      void onChange(std::size_t, const void* k) override {
-         uint32_t key = keyOf<Item>(k);
-         auto f = MapReader<Item>(reader->collection(0)).find(key);
-         if (f.status == ReadStatus::found) {
-            if (!f->whole()) torn = true;
-            known[key] = f->version();
-            if (key == kDone) done = true;
-         } else if (f.status == ReadStatus::absent) {
-            known.erase(key);
-         } else if (f.status == ReadStatus::corrupt) {
-            corrupt = true;
-         } // stuck: its writer died mid-write; the restarted writer repairs it
-
-      }
-      void onWriterGone() override { ++gone; }
-      void onCorrupt(const std::string&) override { corrupt = true; }
-   } follower;
+   Follower follower;
    Loop::EpollLoop loop;
    TableReader reader(path, shape(), {Record<Item>::codec()}, loop, follower, options);
    follower.reader = &reader;
-   loop.runUntil([&] { return follower.done || follower.torn || follower.corrupt; }, 60);
+   loop.runUntil([&] { return follower.finished(); }, 60);
    // The done record can arrive through a resynchronising pass before
    // changes queued ahead of it: take in whatever is still queued.
    reader.poll();
    // A reader that waited out a slot the dead writer left may hear of the
    // next writer's done record before its loop turns to the closed connection.
    for (int i = 0; i < 50 && expectWriterDeath && follower.gone == 0; ++i) loop.runOnce(0.01);
-   int rc = 0;
-   if (!follower.done) rc = 2;
-   if (follower.torn) rc = 3;
-   if (follower.corrupt) rc = 4;
-   if (rc == 0) {
-      uint32_t final = follower.known[kDone];
-      if (follower.known.size() != kKeys + 1) rc = 5;
-      for (const auto& [key, version] : follower.known)
-         if (key != kDone && version != final) {
-            if (rc == 0) std::fprintf(stderr, "reader %d: key %u at version %u, not %u (gone %d, resyncs %llu)\n",
-                                      int(::getpid()), key, version, final, follower.gone,
-                                      (unsigned long long)reader.resyncs());
-            rc = 6;
-         }
-      if (expectWriterDeath && follower.gone == 0) rc = 7;
-   }
-   ::_exit(rc);
+   const int rc = follower.verdict(kKeys);
+   ::_exit(rc == 0 && expectWriterDeath && follower.gone == 0 ? 7 : rc);
 }
 
 pid_t startReader(const std::string& path, const Options& options, bool expectWriterDeath = false) {

@@ -221,7 +221,9 @@ TEST_F(PondTable, DeleteAllNotifiesEachKey) {
    writer.unlink();
 }
 
-TEST_F(PondTable, ModifyThenCommit) {
+using PondTableDeathTest = PondTable;
+
+TEST_F(PondTableDeathTest, ACommitOutsideAModifyAsserts) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    Item& i = items.modify(7);

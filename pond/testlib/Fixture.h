@@ -11,7 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -68,6 +70,47 @@ struct Recorder : TableHandler {
    void onReady() override { ++ready; }
    void onWriterGone() override { ++gone; }
    void onCorrupt(const std::string& what) override { corrupt.push_back(what); }
+};
+
+// Follows a table of items as a reader process would: looks up each key it
+// is told of, remembers its version, and notes torn records, damage and the
+// done record, whose version is the final version of every key.
+struct Follower : TableHandler {
+   static constexpr uint32_t kDone = 0xffffffff;
+   TableReader* reader = nullptr;
+   std::map<uint32_t, uint32_t> known; // key -> version, updated on notifications only
+   bool torn = false, done = false, corrupt = false;
+   int gone = 0;
+   void onChange(std::size_t, const void* k) override {
+      const uint32_t key = keyOf<Item>(k);
+      auto f = MapReader<Item>(reader->collection(0)).find(key);
+      if (f.status == ReadStatus::found) {
+         torn |= !f->whole();
+         known[key] = f->version();
+         done |= key == kDone;
+      } else if (f.status == ReadStatus::absent) {
+         known.erase(key);
+      } else if (f.status == ReadStatus::corrupt) {
+         corrupt = true;
+      } // stuck: its writer died mid-write; the restarted writer repairs it
+   }
+   void onWriterGone() override { ++gone; }
+   void onCorrupt(const std::string&) override { corrupt = true; }
+   bool finished() const { return done || torn || corrupt; }
+   // 0 when all `keys` keys and the done record are known, each at the final
+   // version; else 2 no done record, 3 torn, 4 damaged, 5 or 6 a lost change.
+   int verdict(uint32_t keys) const {
+      if (torn || corrupt || !done) return torn ? 3 : corrupt ? 4 : 2;
+      if (known.size() != keys + 1) return 5;
+      const uint32_t final = known.at(kDone);
+      for (const auto& [key, version] : known)
+         if (version != final) {
+            std::fprintf(stderr, "reader %d: key %u at version %u, not %u (resyncs %llu)\n", int(::getpid()), key,
+                         version, final, (unsigned long long)reader->resyncs());
+            return 6;
+         }
+      return 0;
+   }
 };
 
 } // namespace Pond::Test
