@@ -2,6 +2,7 @@
 // connections than it takes, no descriptors left, something else at its
 // path, and its socket removed under it.
 #include "flashlog/Capture.h"
+#include "gant/testlib/Thrown.h"
 #include "loop/EpollLoop.h"
 #include "pond/Wake.h"
 #include "pond/testlib/Fixture.h"
@@ -185,26 +186,18 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to give files to another uid";
    Loop::EpollLoop loop;
    const std::string path = testPath("impostor");
+   const auto serve = [&](const std::string& at, Loop::EpollLoop& l) { WakeServer server(at, 0600, l, [] { return 0u; }); };
    // As root, what another uid left is removed; a directory cannot be.
-   struct Case {
-      const char* what;
-      bool replaced;
-   };
-   for (Case c : {Case{"file", true}, Case{"socket", true}, Case{"directory", false}}) {
-      SCOPED_TRACE(c.what);
+   for (const std::string what : {"file", "socket", "directory"}) {
+      SCOPED_TRACE(what);
       int impostor = -1;
-      if (c.what == std::string("file")) ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
-      if (c.what == std::string("socket")) impostor = Pond::Test::unixSocket(path, true);
-      if (c.what == std::string("directory")) ::mkdir(path.c_str(), 0700);
+      if (what == "file") ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
+      if (what == "socket") impostor = Pond::Test::unixSocket(path, true);
+      if (what == "directory") ::mkdir(path.c_str(), 0700);
       ASSERT_EQ(::chown(path.c_str(), kNobody, kNobody), 0);
-      if (!c.replaced) {
-         try {
-            WakeServer server(path, 0600, loop, [] { return 0u; });
-            ADD_FAILURE() << "took the path";
-         } catch (const std::runtime_error& e) {
-            EXPECT_NE(std::string(e.what()).find(path), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find("uid 65534"), std::string::npos) << e.what();
-         }
+      if (what == "directory") {
+         const std::string why = Gant::Test::thrown<std::runtime_error>([&] { serve(path, loop); });
+         EXPECT_TRUE(why.find(path) != std::string::npos && why.find("uid 65534") != std::string::npos) << why;
          ::rmdir(path.c_str());
          continue;
       }
@@ -229,21 +222,12 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    ::close(::open(taken.c_str(), O_CREAT | O_WRONLY, 0644));
    pid_t child = ::fork();
    if (child == 0) {
-      int rc = 0;
       if (::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0) ::_exit(9);
       Loop::EpollLoop childLoop;
-      try {
-         WakeServer server(ours, 0600, childLoop, [] { return 0u; });
-      } catch (const std::exception&) {
-         rc |= 1;
-      }
-      try {
-         WakeServer server(taken, 0600, childLoop, [] { return 0u; });
-         rc |= 2;
-      } catch (const std::runtime_error& e) {
-         const std::string what = e.what();
-         if (what.find(taken) == std::string::npos || what.find("uid 0 ") == std::string::npos) rc |= 4;
-      }
+      int rc = Gant::Test::thrown<std::exception>([&] { serve(ours, childLoop); }).empty() ? 0 : 1;
+      const std::string why = Gant::Test::thrown<std::runtime_error>([&] { serve(taken, childLoop); });
+      if (why.empty()) rc |= 2;
+      else if (why.find(taken) == std::string::npos || why.find("uid 0 ") == std::string::npos) rc |= 4;
       ::_exit(rc);
    }
    EXPECT_EQ(Pond::Test::exitCode(child), 0) << "1 own stale socket kept, 2 another's file taken, 4 unclear text";
