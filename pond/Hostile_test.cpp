@@ -24,14 +24,9 @@ using namespace Pond::Test;
 
 constexpr uid_t kStranger = 65534;
 
-struct PondHostile : ::testing::Test {
-   Loop::EpollLoop loop;
-   Options options = uniqueOptions();
+struct PondHostile : TableTest {
    std::string path = "routing/multicast/routestatus/default/hostile";
    std::string name = segmentName(options.prefix, path);
-   void settle() {
-      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
-   }
    void TearDown() override { Segment::unlink(name); }
 };
 

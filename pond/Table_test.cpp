@@ -19,15 +19,8 @@ namespace {
 using namespace Pond;
 using namespace Pond::Test;
 
-struct PondTable : ::testing::Test {
-   Loop::EpollLoop loop;
-   Options options = uniqueOptions();
+struct PondTable : TableTest {
    std::string path = "routing/multicast/routestatus/default/test";
-
-   void settle() {
-      // Deliver whatever is pending, then stop.
-      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
-   }
 };
 
 TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {

@@ -5,6 +5,8 @@
 #include "pond/Map.h"
 #include "pond/testlib/Item.h"
 
+#include <gtest/gtest.h>
+
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -29,6 +31,16 @@ inline Options uniqueOptions() {
 inline TableShape itemShape(uint32_t capacity = 64, uint32_t queueLength = 0) {
    return {"Pond::Test::ItemTable", {Record<Item>::shape("item", capacity, queueLength)}};
 }
+
+// A table test's loop and table names, and a turn of the loop long enough
+// for whatever is pending to be delivered.
+struct TableTest : ::testing::Test {
+   Loop::EpollLoop loop;
+   Options options = uniqueOptions();
+   void settle() {
+      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
+   }
+};
 
 // Kills and reaps a child process when the test ends, however it ends.
 struct KillOnExit {
