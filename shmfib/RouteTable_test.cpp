@@ -83,14 +83,4 @@ TEST(ShmRouteTable, MountInfo) {
    EXPECT_LE(double(layout.segmentSize), 1.5 * records);
 }
 
-TEST(ShmRouteTable, VrfStatusHoldsTablesByVrf) {
-   auto vrfs = vrfStatusFactory("status");
-   auto table = statusFactory("pim");
-   vrfs->statusIs(L3::VrfName("red"), table);
-   EXPECT_EQ(vrfs->status(L3::VrfName("red")), table);
-   EXPECT_EQ(vrfs->attr("status").text(), "{'red': 'pim'}");
-   vrfs->statusDelAll();
-   EXPECT_EQ(vrfs->statusSize(), 0u);
-}
-
 } // namespace
