@@ -186,7 +186,9 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to give files to another uid";
    Loop::EpollLoop loop;
    const std::string path = testPath("impostor");
-   const auto serve = [&](const std::string& at, Loop::EpollLoop& l) { WakeServer server(at, 0600, l, [] { return 0u; }); };
+   const auto serve = [](const std::string& at, Loop::EpollLoop& l) {
+      WakeServer server(at, 0600, l, [] { return 0u; });
+   };
    // As root, what another uid left is removed; a directory cannot be.
    for (const std::string what : {"file", "socket", "directory"}) {
       SCOPED_TRACE(what);
