@@ -4,6 +4,8 @@
 #include "sys/Calls.h"
 #include "sys/Fd.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/eventfd.h>
@@ -109,13 +111,10 @@ TEST(LoopEpollLoop, OneWatchPerDescriptor) {
    Loop::EpollLoop loop;
    Sys::Fd efd = makeEventFd();
    Loop::Watch watch = loop.watchReadable(efd.get(), [] {});
-   try {
-      Loop::Watch twice = loop.watchReadable(efd.get(), [] {});
-      FAIL() << "second watch accepted";
-   } catch (const Gant::ErrnoError& e) {
-      EXPECT_STREQ(e.what(), "epoll_ctl(EPOLL_CTL_ADD)");
-      EXPECT_EQ(e.errorNo(), EEXIST);
-   }
+   auto e = Gant::Test::caught<Gant::ErrnoError>([&] { Loop::Watch twice = loop.watchReadable(efd.get(), [] {}); });
+   ASSERT_TRUE(e) << "second watch accepted";
+   EXPECT_STREQ(e->what(), "epoll_ctl(EPOLL_CTL_ADD)");
+   EXPECT_EQ(e->errorNo(), EEXIST);
 }
 
 TEST(LoopEpollLoop, StaleWatchOfAClosedDescriptorLeavesItsSuccessorAlone) {
@@ -192,13 +191,10 @@ class NoDescriptorsLeft : public Sys::Calls {
 TEST(LoopEpollLoop, CreationFailureNamesTheCall) {
    NoDescriptorsLeft fake;
    Sys::ScopedCalls scope(fake);
-   try {
-      Loop::EpollLoop loop;
-      FAIL() << "loop created";
-   } catch (const Gant::ErrnoError& e) {
-      EXPECT_STREQ(e.what(), "epoll_create1");
-      EXPECT_EQ(e.errorNo(), EMFILE);
-   }
+   auto e = Gant::Test::caught<Gant::ErrnoError>([] { Loop::EpollLoop loop; });
+   ASSERT_TRUE(e) << "loop created";
+   EXPECT_STREQ(e->what(), "epoll_create1");
+   EXPECT_EQ(e->errorNo(), EMFILE);
 }
 
 TEST(LoopEpollLoopDeathTest, LoopMustOutliveItsWatchesAndTimers) {
