@@ -24,11 +24,7 @@ using namespace Pond::Test;
 
 constexpr uid_t kStranger = 65534;
 
-struct PondHostile : TableTest {
-   std::string path = "routing/multicast/routestatus/default/hostile";
-   std::string name = segmentName(options.prefix, path);
-   void TearDown() override { Segment::unlink(name); }
-};
+using PondHostile = TableTest;
 
 // In a child process: becomes uid/gid 65534 for good.
 void becomeStranger() {

@@ -19,9 +19,7 @@ namespace {
 using namespace Pond;
 using namespace Pond::Test;
 
-struct PondTable : TableTest {
-   std::string path = "routing/multicast/routestatus/default/test";
-};
+using PondTable = TableTest;
 
 TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
@@ -52,7 +50,6 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    EXPECT_EQ(view.find(2).status, ReadStatus::absent);
    EXPECT_EQ(view.size(), 1u);
    EXPECT_TRUE(rec.corrupt.empty());
-   writer.unlink();
 }
 
 TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
@@ -66,7 +63,6 @@ TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
    items.del(0);
    items.set(Item::make(9, 1)); // and a freed slot takes a new key
    EXPECT_EQ(items.find(9)->version(), 1u);
-   writer.unlink();
 }
 
 // Lookups against a plain model while keys come and go in a small index:
@@ -102,7 +98,6 @@ TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
          for (uint32_t j = 0; j < 300; ++j) ASSERT_TRUE(check(j)) << "key " << j << " after op " << op;
       }
    }
-   writer.unlink();
 }
 
 // A writer that died in the middle of changes leaves: a record mid-write,
@@ -171,7 +166,6 @@ TEST_F(PondTable, ARestartedWriterRepairsAnIndexLeftMidChange) {
    MapWriter<Item> w(restarted.collection(0));
    for (uint32_t k : expected) EXPECT_TRUE(w.del(k)) << "key " << k;
    for (uint32_t b = 0; b < buckets; ++b) EXPECT_EQ(view.map().tags[b], kTagEmpty) << "bucket " << b;
-   restarted.unlink();
 }
 
 TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
@@ -195,7 +189,6 @@ TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
    expected.insert(500);
    std::set<uint32_t> seen(rec.changed.begin(), rec.changed.end());
    EXPECT_EQ(seen, expected) << "every changed key, coalesced, and no other";
-   writer.unlink();
 }
 
 TEST_F(PondTable, DeleteAllNotifiesEachKey) {
@@ -211,7 +204,6 @@ TEST_F(PondTable, DeleteAllNotifiesEachKey) {
    EXPECT_EQ(std::set<uint32_t>(rec.changed.begin(), rec.changed.end()), (std::set<uint32_t>{0, 1, 2, 3, 4}));
    EXPECT_EQ(rec.changed.size(), 5u);
    EXPECT_EQ(MapReader<Item>(reader.collection(0)).size(), 0u);
-   writer.unlink();
 }
 
 using PondTableDeathTest = PondTable;
@@ -224,7 +216,6 @@ TEST_F(PondTableDeathTest, ACommitOutsideAModifyAsserts) {
    items.commit(&i);
    EXPECT_EQ(items.find(7)->version(), 3u);
    EXPECT_DEATH(items.commit(&i), "PondMap::directCommit\\(\\) in no man's land");
-   writer.unlink();
 }
 
 TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
@@ -244,7 +235,6 @@ TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
    EXPECT_NE(rec.corrupt[0].find("does not match"), std::string::npos) << rec.corrupt[0];
-   writer.unlink();
 }
 
 TEST_F(PondTable, ATruncatedSegmentIsRefused) {
@@ -259,7 +249,6 @@ TEST_F(PondTable, ATruncatedSegmentIsRefused) {
    EXPECT_FALSE(reader.mounted());
    ASSERT_FALSE(rec.corrupt.empty());
    EXPECT_NE(rec.corrupt[0].find("truncated"), std::string::npos) << rec.corrupt[0];
-   writer.unlink();
 }
 
 // A writer that cannot make a reader's wake pipe (out of descriptors, say)
@@ -281,7 +270,6 @@ TEST_F(PondTable, WithoutAWakePipeTheConnectionCarriesTheWakes) {
    settle();
    EXPECT_EQ(rec.changed, (std::vector<uint32_t>{5}));
    EXPECT_EQ(reader.wakeups(), 1u);
-   writer.unlink();
 }
 
 TEST_F(PondTable, ASegmentTruncatedUnderItsReaderIsReportedNotFatal) {
@@ -304,7 +292,6 @@ TEST_F(PondTable, ASegmentTruncatedUnderItsReaderIsReportedNotFatal) {
    settle();
    ASSERT_EQ(rec.corrupt.size(), 1u);
    EXPECT_EQ(rec.corrupt[0], "segment " + writer.segmentName() + " was truncated under its reader");
-   writer.unlink();
 }
 
 TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
@@ -337,7 +324,6 @@ TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
    reader.poll();
    EXPECT_FALSE(rec.corrupt.empty());
    ::munmap(p, writer.segmentSize());
-   writer.unlink();
 }
 
 } // namespace

@@ -32,14 +32,17 @@ inline TableShape itemShape(uint32_t capacity = 64, uint32_t queueLength = 0) {
    return {"Pond::Test::ItemTable", {Record<Item>::shape("item", capacity, queueLength)}};
 }
 
-// A table test's loop and table names, and a turn of the loop long enough
-// for whatever is pending to be delivered.
+// A table test: its loop, a table of its own (removed at the end), and a
+// turn of the loop long enough for whatever is pending to be delivered.
 struct TableTest : ::testing::Test {
    Loop::EpollLoop loop;
    Options options = uniqueOptions();
+   std::string path = "routing/multicast/routestatus/default/test";
+   std::string name = segmentName(options.prefix, path);
    void settle() {
       for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
    }
+   void TearDown() override { Segment::unlink(name); }
 };
 
 // Kills and reaps a child process when the test ends, however it ends.
