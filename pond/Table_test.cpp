@@ -218,37 +218,26 @@ TEST_F(PondTableDeathTest, ACommitOutsideAModifyAsserts) {
    EXPECT_DEATH(items.commit(&i), "PondMap::directCommit\\(\\) in no man's land");
 }
 
-TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
+TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayoutOrATruncatedOne) {
    TableWriter writer(path, itemShape(64), {Record<Item>::codec()}, &loop, options);
-   struct stat st{};
-   int fd = ::shm_open(writer.segmentName().c_str(), O_RDONLY, 0);
+   const int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
    ASSERT_GE(fd, 0);
+   struct stat st{};
    ASSERT_EQ(::fstat(fd, &st), 0);
-   ::close(fd);
    EXPECT_EQ(st.st_mode & 0777, 0600u);
    EXPECT_LE(double(writer.segmentSize()), 1.5 * 64 * sizeof(Item) + 16384)
        << "small tables pay a fixed header and queue";
-
-   Recorder rec;
-   TableReader reader(path, itemShape(128), {Record<Item>::codec()}, loop, rec, options);
-   settle();
-   EXPECT_FALSE(reader.mounted());
-   ASSERT_FALSE(rec.corrupt.empty());
-   EXPECT_NE(rec.corrupt[0].find("does not match"), std::string::npos) << rec.corrupt[0];
-}
-
-TEST_F(PondTable, ATruncatedSegmentIsRefused) {
-   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
-   int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
-   ASSERT_GE(fd, 0);
-   ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0);
+   for (const bool truncated : {false, true}) {
+      SCOPED_TRACE(truncated ? "truncated" : "another layout");
+      if (truncated) { ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0); }
+      Recorder rec;
+      TableReader reader(path, itemShape(truncated ? 64 : 128), {Record<Item>::codec()}, loop, rec, options);
+      settle();
+      EXPECT_FALSE(reader.mounted());
+      ASSERT_FALSE(rec.corrupt.empty());
+      EXPECT_NE(rec.corrupt[0].find(truncated ? "truncated" : "does not match"), std::string::npos) << rec.corrupt[0];
+   }
    ::close(fd);
-   Recorder rec;
-   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
-   settle();
-   EXPECT_FALSE(reader.mounted());
-   ASSERT_FALSE(rec.corrupt.empty());
-   EXPECT_NE(rec.corrupt[0].find("truncated"), std::string::npos) << rec.corrupt[0];
 }
 
 // A writer that cannot make a reader's wake pipe (out of descriptors, say)
