@@ -8,42 +8,7 @@ namespace {
 using namespace Routing::Multicast::Fib;
 using namespace Routing::Multicast::Fib::PimIntf;
 
-Pakto::IpGenPrefix pfx(const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); }
-
-TEST(FibPimIntf, IntfStatusLifecycle) {
-   auto status = PimIntf::statusFactory("status");
-   auto e1 = status->intfStatusIs(Pakto::IntfId("Ethernet1"));
-   EXPECT_EQ(e1->pimIntfStatus(), status.ptr());
-   EXPECT_EQ(e1->refCount(), 1u) << "its creator holds the first reference";
-   struct Watch : IntfStatus::Reactor {
-      using IntfStatus::Reactor::Reactor;
-      int refs = 0;
-      void onRefCount() override { ++refs; }
-   } w(e1.ptr());
-   e1->refCountDec(1);
-   EXPECT_EQ(e1->refCount(), 0u);
-   e1->refCountDec(1);
-   EXPECT_EQ(e1->refCount(), UINT32_MAX);
-   EXPECT_EQ(w.refs, 2);
-
-   auto info = e1->routeIs(pfx("2001:db8::/32"));
-   EXPECT_EQ(info->intfStatus(), e1.ptr());
-   EXPECT_EQ(info->prefixGroup(), pfx("224.0.0.0/4")) << "the IPv4 range, for IPv6 entries too";
-   EXPECT_FALSE(info->programmed());
-
-   PrefixKey key(pfx("10.0.0.0/8"), L3::VrfName("red"));
-   status->srcToIntfMapIs(key, Pakto::IntfId("Ethernet1"));
-   status->intfStatusDel(Pakto::IntfId("Ethernet1"));
-   e1 = nullptr;
-   w.notifierIs(nullptr);
-   EXPECT_EQ(info->parent(), nullptr) << "children went with their interface";
-   EXPECT_EQ(status->srcToIntfMap(key), Pakto::IntfId("Ethernet1")) << "the map entry stays until removed";
-   EXPECT_EQ(PimIntf::Status::mountPath(Pakto::AddressFamily::ipv4), "routing/multicast/pimintf/status");
-   EXPECT_EQ(PimIntf::Status::mountPath(Pakto::AddressFamily::ipv6), "routing6/multicast/pimintf/status");
-   EXPECT_DEATH(PimIntf::Status::mountPath(Pakto::AddressFamily::ipunknown), "false && \"Unsupported address family\"");
-}
-
-TEST(FibPimIntf, WildcardRoutesAreKeyedByTheirOwnKey) {
+TEST(FibPimIntfDeathTest, WildcardRoutesAreKeyedByTheirOwnKey) {
    auto status = PimIntf::statusFactory("status");
    auto e1 = status->intfStatusIs(Pakto::IntfId("Ethernet1"));
    auto key = makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>("0.0.0.0/0"), Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
@@ -69,7 +34,7 @@ namespace Gant::Test {
 using namespace Routing::Multicast::Fib::PimIntf;
 
 template <>
-struct ValueSamples<PrefixKey> {
+struct ValueSamples<PrefixKey> : Samples<PrefixKey> {
    static std::vector<PrefixKey> distinct() {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
       return {PrefixKey(), PrefixKey(p("10.0.0.0/8"), L3::VrfName("")), PrefixKey(p("10.0.0.0/8"), L3::VrfName("red")),
@@ -79,12 +44,10 @@ struct ValueSamples<PrefixKey> {
       return {{PrefixKey(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), L3::VrfName("red")),
                "Value('Routing::Multicast::Fib::PimIntf::PrefixKey', ** {'prefix': 10.0.0.0/8, 'vrfName': 'red'})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<PrefixMroute> {
+struct ValueSamples<PrefixMroute> : Samples<PrefixMroute> {
    static std::vector<PrefixMroute> distinct() {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
       return {PrefixMroute(), PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
@@ -94,8 +57,6 @@ struct ValueSamples<PrefixMroute> {
       return {{PrefixMroute(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
                "Value('Routing::Multicast::Fib::PimIntf::PrefixMroute', ** {'src': 10.0.0.0/8, 'intf': Ethernet1})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 using PimIntfTypes = ::testing::Types<PrefixKey, PrefixMroute>;

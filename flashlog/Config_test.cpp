@@ -4,6 +4,8 @@
 #include "flashlog/Handle.h"
 #include "gant/Error.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -21,13 +23,8 @@ TEST(FlashlogConfig, ParsesItemsInOrder) {
 }
 
 TEST(FlashlogConfig, RefusesBadLevelsNamingTheItem) {
-   auto refusal = [](std::string_view levels) -> std::string {
-      try {
-         Flashlog::parseLevels(levels);
-      } catch (const Gant::ParseError& e) {
-         return e.what();
-      }
-      return "accepted";
+   auto refusal = [](std::string_view levels) {
+      return Gant::Test::thrown<Gant::ParseError>([&] { Flashlog::parseLevels(levels); });
    };
    EXPECT_EQ(refusal("MrouteLib"), "Flashlog level item 'MrouteLib': expected name=level");
    EXPECT_EQ(refusal("MrouteLib=10"), "Flashlog level item 'MrouteLib=10': level not 0..9 or off");

@@ -10,7 +10,7 @@ namespace Gant::Test {
 using namespace Gant::Sample;
 
 template <>
-struct ValueSamples<Color> {
+struct ValueSamples<Color> : Samples<Color> {
    static std::vector<Color> distinct() { return {Color::red, Color::green, Color::blue}; }
    static std::vector<std::pair<Color, std::string>> texts() { return {{Color::blue, "'blue'"}}; }
    static std::vector<std::string> badTexts() { return {"blue", "'purple'", "'blue", "7"}; }
@@ -20,7 +20,7 @@ struct ValueSamples<Color> {
 };
 
 template <>
-struct ValueSamples<Small> {
+struct ValueSamples<Small> : Samples<Small> {
    static std::vector<Small> distinct() { return {1, 2, 4093, 4094}; }
    static std::vector<std::pair<Small, std::string>> texts() { return {{4094, "4094"}}; }
    static std::vector<std::string> badTexts() { return {"0", "4095", "-1", "", "12a", "99999999999999999999"}; }
@@ -31,7 +31,7 @@ struct ValueSamples<Small> {
 };
 
 template <>
-struct ValueSamples<Bits> {
+struct ValueSamples<Bits> : Samples<Bits> {
    static std::vector<Bits> distinct() { return {Bits(0), Bits(1), Bits(2), Bits(7)}; }
    static std::vector<std::pair<Bits, std::string>> texts() {
       return {{Bits(5), "Value('Gant::Sample::Bits', ** {'alpha': True, 'beta': False, 'gamma': True})"}};
@@ -47,7 +47,7 @@ struct ValueSamples<Bits> {
 };
 
 template <>
-struct ValueSamples<Pair> {
+struct ValueSamples<Pair> : Samples<Pair> {
    static std::vector<Pair> distinct() { return {Pair(0, ""), Pair(0, "b"), Pair(1, "a"), Pair(2, "it's")}; }
    static std::vector<std::pair<Pair, std::string>> texts() {
       return {{Pair(2, "it's"), R"(Value('Gant::Sample::Pair', ** {'a': 2, 'b': 'it\'s', 'c': 3}))"}};
@@ -63,7 +63,7 @@ struct ValueSamples<Pair> {
 };
 
 template <>
-struct ValueSamples<Rich> {
+struct ValueSamples<Rich> : Samples<Rich> {
    static Rich make(uint16_t small, uint32_t bits, Color c, double ratio, int64_t when, const char* intf) {
       Rich r;
       r.smallIs(small);

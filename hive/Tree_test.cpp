@@ -53,6 +53,4 @@ TEST(HiveDeathTest, DirectoryOverAnEntityIsAMisuse) {
    EXPECT_DEATH(tree.dirIs("a/leaf/x"), "d != nullptr");
 }
 
-TEST(Cell, PathIsPerCell) { EXPECT_EQ(Cell::path("routing/x", 0), "cell/0/routing/x"); }
-
 } // namespace

@@ -11,17 +11,11 @@ namespace Gant::Test {
 using Pakto::EthAddr;
 
 template <>
-struct ValueSamples<EthAddr> {
+struct ValueSamples<EthAddr> : Samples<EthAddr> {
    static std::vector<EthAddr> distinct() {
-      return {EthAddr(),
-              EthAddr(0, 0, 0, 0, 0, 1),
-              EthAddr(0, 0, 0, 0, 1, 0),
-              EthAddr(0, 0, 0, 1, 0, 0),
-              EthAddr(0, 1, 0, 0, 0, 0),
-              EthAddr(0x01, 0x00, 0x5e, 0x01, 0x02, 0x03),
-              EthAddr(0x02, 0, 0, 0, 0, 0),
-              EthAddr(0xfe, 0xff, 0xff, 0xff, 0xff, 0xff),
-              EthAddr(0xff, 0xff, 0xff, 0xff, 0xff, 0xff)};
+      return {EthAddr(), EthAddr(0, 0, 0, 0, 0, 1), EthAddr(0, 0, 0, 0, 1, 0), EthAddr(0, 0, 0, 1, 0, 0),
+              EthAddr(0, 1, 0, 0, 0, 0), EthAddr(0x01, 0x00, 0x5e, 0x01, 0x02, 0x03), EthAddr(0x02, 0, 0, 0, 0, 0),
+              EthAddr(0xfe, 0xff, 0xff, 0xff, 0xff, 0xff), EthAddr(0xff, 0xff, 0xff, 0xff, 0xff, 0xff)};
    }
    static std::vector<std::pair<EthAddr, std::string>> texts() {
       return {{EthAddr(), "00:00:00:00:00:00"},
@@ -30,20 +24,9 @@ struct ValueSamples<EthAddr> {
               {EthAddr(0xa0, 0xb1, 0xc2, 0xd3, 0xe4, 0xf5), "a0:b1:c2:d3:e4:f5"}};
    }
    static std::vector<std::string> badTexts() {
-      return {"",
-              "01:00:5e:01:02",
-              "01:00:5e:01:02:03:04",
-              "01:00:5e:01:02:3",
-              "1:00:5e:01:02:03",
-              "01-00-5e-01-02-03",
-              "0100.5e01.0203",
-              "01:00:5e:01:02:0g",
-              "01:00:5e:01:02:03 ",
-              "01:00:5e:01:02:03:",
-              "01::5e:01:02:03:0",
-              "+1:00:5e:01:02:03",
-              "01:00:5e:01:02:03,",
-              "'01:00:5e:01:02:03'"};
+      return {"", "01:00:5e:01:02", "01:00:5e:01:02:03:04", "01:00:5e:01:02:3", "1:00:5e:01:02:03",
+              "01-00-5e-01-02-03", "0100.5e01.0203", "01:00:5e:01:02:0g", "01:00:5e:01:02:03 ", "01:00:5e:01:02:03:",
+              "01::5e:01:02:03:0", "+1:00:5e:01:02:03", "01:00:5e:01:02:03,", "'01:00:5e:01:02:03'"};
    }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({1, 0, 0x5e, 1, 2}), "attribute log truncated at offset 0"}};

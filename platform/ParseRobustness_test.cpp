@@ -24,51 +24,33 @@ namespace {
 
 using namespace std::string_view_literals;
 
+// Valid texts to start mutating from; the first also sizes the random logs.
 template <class T>
-struct Seeds;
-
+std::vector<std::string> seeds();
 template <>
-struct Seeds<Pakto::AddressFamily> {
-   static std::vector<std::string> texts() { return {"'ipv4'", "'ipv6'", "'ipunknown'"}; }
-};
+std::vector<std::string> seeds<Pakto::AddressFamily>() { return {"'ipv4'", "'ipv6'", "'ipunknown'"}; }
 template <>
-struct Seeds<Pakto::IpAddr> {
-   static std::vector<std::string> texts() { return {"10.0.0.1", "255.255.255.255", "0.0.0.0"}; }
-};
+std::vector<std::string> seeds<Pakto::IpAddr>() { return {"10.0.0.1", "255.255.255.255", "0.0.0.0"}; }
 template <>
-struct Seeds<Pakto::Prefix> {
-   static std::vector<std::string> texts() { return {"10.0.0.0/8", "239.1.2.3/32", "0.0.0.0/0", "1.2.3.4"}; }
-};
+std::vector<std::string> seeds<Pakto::Prefix>() { return {"10.0.0.0/8", "239.1.2.3/32", "0.0.0.0/0", "1.2.3.4"}; }
 template <>
-struct Seeds<Pakto::IpGenAddr> {
-   static std::vector<std::string> texts() {
-      return {"10.0.0.1", "2001:db8::1", "::ffff:192.0.2.1", "ff02::1:ff00:1", "", "::"};
-   }
-};
+std::vector<std::string> seeds<Pakto::IpGenAddr>() {
+   return {"10.0.0.1", "2001:db8::1", "::ffff:192.0.2.1", "ff02::1:ff00:1", "", "::"};
+}
 template <>
-struct Seeds<Pakto::IpGenPrefix> {
-   static std::vector<std::string> texts() {
-      return {"10.0.0.0/8", "ff00::/8", "2001:db8::1/128", "", "::/0", "1.2.3.4"};
-   }
-};
+std::vector<std::string> seeds<Pakto::IpGenPrefix>() {
+   return {"10.0.0.0/8", "ff00::/8", "2001:db8::1/128", "", "::/0", "1.2.3.4"};
+}
 template <>
-struct Seeds<Pakto::IntfId> {
-   static std::vector<std::string> texts() {
-      return {"Ethernet1/2/3", "Ethernet3/1.100", "Port-Channel10", "Vlan100", "Cpu", "Management1/1", ""};
-   }
-};
+std::vector<std::string> seeds<Pakto::IntfId>() {
+   return {"Ethernet1/2/3", "Ethernet3/1.100", "Port-Channel10", "Vlan100", "Cpu", "Management1/1", ""};
+}
 template <>
-struct Seeds<Pakto::EthAddr> {
-   static std::vector<std::string> texts() { return {"01:00:5e:01:02:03", "FF:ff:00:11:22:33"}; }
-};
+std::vector<std::string> seeds<Pakto::EthAddr>() { return {"01:00:5e:01:02:03", "FF:ff:00:11:22:33"}; }
 template <>
-struct Seeds<L3::VrfName> {
-   static std::vector<std::string> texts() { return {"'default'", "''", R"('it\'s')"}; }
-};
+std::vector<std::string> seeds<L3::VrfName>() { return {"'default'", "''", R"('it\'s')"}; }
 template <>
-struct Seeds<Pakto::NamespaceName> {
-   static std::vector<std::string> texts() { return {"'ns-mgmt'", "''"}; }
-};
+std::vector<std::string> seeds<Pakto::NamespaceName>() { return {"'ns-mgmt'", "''"}; }
 
 // Characters that matter to some parser, plus a few that matter to none.
 constexpr std::string_view kAlphabet = "0123456789abcdefABCDEF.:/-'\\,}){[ %xEthernetPortVlanCpu\0\xff"sv;
@@ -179,7 +161,7 @@ TYPED_TEST_SUITE(ParseRobustness, PlatformTypes, TypeNames);
 TYPED_TEST(ParseRobustness, ArbitraryTextAndLogsParseBackOrAreRefused) {
    using T = TypeParam;
    Mutator m(20240611);
-   std::vector<std::string> seeds = Seeds<T>::texts();
+   std::vector<std::string> seeds = ::seeds<T>();
    for (int i = 0; i < 300; ++i) this->checkText(m.randomText());
    for (int i = 0; i < 600; ++i) this->checkText(m.mutate(seeds[m.below(seeds.size())]));
 

@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <map>
 
 namespace {
 
@@ -18,74 +17,32 @@ using namespace Pond;
 using namespace Pond::Test;
 
 constexpr uint32_t kKeys = 12000;
-constexpr uint32_t kDone = 0xffffffff; // its version is the final version of every key
+constexpr uint32_t kDone = Follower::kDone;
 
 TableShape shape() { return {"Pond::Test::ItemTable", {Record<Item>::shape("item", kKeys + 1)}}; }
 
 // A reader process: follows the table until the done record appears, then
 // checks that what it was told matches the table. Exit code 0 when it does.
 [[noreturn]] void readerProcess(const std::string& path, const Options& options, bool expectWriterDeath) {
-   struct Follower : TableHandler {
-      TableReader* reader = nullptr;
-      std::map<uint32_t, uint32_t> known; // key -> version, updated on notifications only
-      bool torn = false, done = false, corrupt = false;
-      int gone = 0;
-      void onChange(std::size_t, const void* k) override {
-         uint32_t key = keyOf<Item>(k);
-         auto f = MapReader<Item>(reader->collection(0)).find(key);
-         if (f.status == ReadStatus::found) {
-            if (!f->whole()) torn = true;
-            known[key] = f->version();
-            if (key == kDone) done = true;
-         } else if (f.status == ReadStatus::absent) {
-            known.erase(key);
-         } else if (f.status == ReadStatus::corrupt) {
-            corrupt = true;
-         } // stuck: its writer died mid-write; the restarted writer repairs it
-
-      }
-      void onWriterGone() override { ++gone; }
-      void onCorrupt(const std::string&) override { corrupt = true; }
-   } follower;
+   Follower follower;
    Loop::EpollLoop loop;
    TableReader reader(path, shape(), {Record<Item>::codec()}, loop, follower, options);
    follower.reader = &reader;
-   loop.runUntil([&] { return follower.done || follower.torn || follower.corrupt; }, 60);
+   loop.runUntil([&] { return follower.finished(); }, 60);
    // The done record can arrive through a resynchronising pass before
    // changes queued ahead of it: take in whatever is still queued.
    reader.poll();
    // A reader that waited out a slot the dead writer left may hear of the
    // next writer's done record before its loop turns to the closed connection.
    for (int i = 0; i < 50 && expectWriterDeath && follower.gone == 0; ++i) loop.runOnce(0.01);
-   int rc = 0;
-   if (!follower.done) rc = 2;
-   if (follower.torn) rc = 3;
-   if (follower.corrupt) rc = 4;
-   if (rc == 0) {
-      uint32_t final = follower.known[kDone];
-      if (follower.known.size() != kKeys + 1) rc = 5;
-      for (const auto& [key, version] : follower.known)
-         if (key != kDone && version != final) {
-            if (rc == 0) std::fprintf(stderr, "reader %d: key %u at version %u, not %u (gone %d, resyncs %llu)\n",
-                                      int(::getpid()), key, version, final, follower.gone,
-                                      (unsigned long long)reader.resyncs());
-            rc = 6;
-         }
-      if (expectWriterDeath && follower.gone == 0) rc = 7;
-   }
-   ::_exit(rc);
+   const int rc = follower.verdict(kKeys);
+   ::_exit(rc == 0 && expectWriterDeath && follower.gone == 0 ? 7 : rc);
 }
 
 pid_t startReader(const std::string& path, const Options& options, bool expectWriterDeath = false) {
    pid_t pid = ::fork();
    if (pid == 0) readerProcess(path, options, expectWriterDeath);
    return pid;
-}
-
-int exitCode(pid_t pid) {
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
 }
 
 // Writes every key at `version`, serving the loop now and then.
@@ -107,11 +64,7 @@ TEST(PondCrossProcess, FourReadersFollowAWriterAtFullSpeed) {
    for (uint32_t v = 1; v <= 10; ++v) writeRound(items, loop, v);
    items.set(Item::make(kDone, 10));
    std::vector<int> codes;
-   for (pid_t pid : readers) {
-      int status = 0;
-      while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.01);
-      codes.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
-   }
+   for (pid_t pid : readers) codes.push_back(exitCode(pid, &loop));
    EXPECT_EQ(codes, (std::vector<int>{0, 0, 0, 0})) << "2 timeout, 3 torn record, 4 corrupt, 5/6 lost change";
    writer.unlink();
 }
@@ -149,11 +102,7 @@ TEST(PondCrossProcess, WriterKilledMidStreamAndRestarted) {
    writeRound(items, loop, 1000);
    items.set(Item::make(kDone, 1000));
    std::vector<int> codes;
-   for (pid_t pid : readers) {
-      int status = 0;
-      while (::waitpid(pid, &status, WNOHANG) == 0) loop.runOnce(0.01);
-      codes.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
-   }
+   for (pid_t pid : readers) codes.push_back(exitCode(pid, &loop));
    EXPECT_EQ(codes, (std::vector<int>{0, 0})) << "exit 7: a reader did not notice the writer's death";
    writer.unlink();
 }
@@ -172,18 +121,12 @@ TEST(PondCrossProcess, AReaderKilledLeavesTheWriterUnaffected) {
    EXPECT_EQ(exitCode(victim), 100 + SIGKILL);
    writeRound(items, loop, 2);
    items.set(Item::make(kDone, 2));
-   int status = 0;
-   while (::waitpid(survivor, &status, WNOHANG) == 0) loop.runOnce(0.01);
-   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+   EXPECT_EQ(exitCode(survivor, &loop), 0);
    for (int i = 0; i < 10; ++i) loop.runOnce(0.01);
    EXPECT_LE(writer.readers(), 1u) << "the dead reader's connection is gone";
    EXPECT_EQ(items.size(), kKeys + 1);
    writer.unlink();
 }
-
-} // namespace
-
-namespace {
 
 TEST(PondCrossProcess, ABurstWakesASleepingReaderOnce) {
    const Pond::Test::BurstSeen seen =

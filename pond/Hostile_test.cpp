@@ -11,9 +11,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,16 +24,7 @@ using namespace Pond::Test;
 
 constexpr uid_t kStranger = 65534;
 
-struct PondHostile : ::testing::Test {
-   Loop::EpollLoop loop;
-   Options options = uniqueOptions();
-   std::string path = "routing/multicast/routestatus/default/hostile";
-   std::string name = segmentName(options.prefix, path);
-   void settle() {
-      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
-   }
-   void TearDown() override { Segment::unlink(name); }
-};
+using PondHostile = TableTest;
 
 // In a child process: becomes uid/gid 65534 for good.
 void becomeStranger() {
@@ -51,9 +40,7 @@ int asStranger(F f) {
       becomeStranger();
       ::_exit(f());
    }
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+   return exitCode(pid);
 }
 
 // Forks a process of uid 65534 that runs setUp (false: it failed), says so,
@@ -197,13 +184,7 @@ TEST_F(PondHostile, ReadersDoNotTrustAWakeSocketServedByAnotherUser) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
    MapWriter<Item>(writer.collection(0)).set(Item::make(1, 1));
    const std::string wake = wakeSocketPath(options.socketDir, name);
-   const pid_t impostor = strangerUntilKilled([&] {
-      const int s = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
-      sockaddr_un a{};
-      a.sun_family = AF_UNIX;
-      std::strncpy(a.sun_path, wake.c_str(), sizeof a.sun_path - 1);
-      return ::bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 && ::listen(s, 8) == 0;
-   });
+   const pid_t impostor = strangerUntilKilled([&] { return unixSocket(wake, true) >= 0; });
    ASSERT_GT(impostor, 0);
    Recorder rec;
    TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);

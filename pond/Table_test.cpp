@@ -19,16 +19,7 @@ namespace {
 using namespace Pond;
 using namespace Pond::Test;
 
-struct PondTable : ::testing::Test {
-   Loop::EpollLoop loop;
-   Options options = uniqueOptions();
-   std::string path = "routing/multicast/routestatus/default/test";
-
-   void settle() {
-      // Deliver whatever is pending, then stop.
-      for (int i = 0; i < 20; ++i) loop.runOnce(0.01);
-   }
-};
+using PondTable = TableTest;
 
 TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
@@ -59,7 +50,6 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    EXPECT_EQ(view.find(2).status, ReadStatus::absent);
    EXPECT_EQ(view.size(), 1u);
    EXPECT_TRUE(rec.corrupt.empty());
-   writer.unlink();
 }
 
 TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
@@ -73,7 +63,6 @@ TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
    items.del(0);
    items.set(Item::make(9, 1)); // and a freed slot takes a new key
    EXPECT_EQ(items.find(9)->version(), 1u);
-   writer.unlink();
 }
 
 // Lookups against a plain model while keys come and go in a small index:
@@ -109,7 +98,6 @@ TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
          for (uint32_t j = 0; j < 300; ++j) ASSERT_TRUE(check(j)) << "key " << j << " after op " << op;
       }
    }
-   writer.unlink();
 }
 
 // A writer that died in the middle of changes leaves: a record mid-write,
@@ -178,7 +166,6 @@ TEST_F(PondTable, ARestartedWriterRepairsAnIndexLeftMidChange) {
    MapWriter<Item> w(restarted.collection(0));
    for (uint32_t k : expected) EXPECT_TRUE(w.del(k)) << "key " << k;
    for (uint32_t b = 0; b < buckets; ++b) EXPECT_EQ(view.map().tags[b], kTagEmpty) << "bucket " << b;
-   restarted.unlink();
 }
 
 TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
@@ -202,7 +189,6 @@ TEST_F(PondTable, OverrunResynchronisesWithoutLosingAChange) {
    expected.insert(500);
    std::set<uint32_t> seen(rec.changed.begin(), rec.changed.end());
    EXPECT_EQ(seen, expected) << "every changed key, coalesced, and no other";
-   writer.unlink();
 }
 
 TEST_F(PondTable, DeleteAllNotifiesEachKey) {
@@ -218,10 +204,11 @@ TEST_F(PondTable, DeleteAllNotifiesEachKey) {
    EXPECT_EQ(std::set<uint32_t>(rec.changed.begin(), rec.changed.end()), (std::set<uint32_t>{0, 1, 2, 3, 4}));
    EXPECT_EQ(rec.changed.size(), 5u);
    EXPECT_EQ(MapReader<Item>(reader.collection(0)).size(), 0u);
-   writer.unlink();
 }
 
-TEST_F(PondTable, ModifyThenCommit) {
+using PondTableDeathTest = PondTable;
+
+TEST_F(PondTableDeathTest, ACommitOutsideAModifyAsserts) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
    Item& i = items.modify(7);
@@ -229,42 +216,28 @@ TEST_F(PondTable, ModifyThenCommit) {
    items.commit(&i);
    EXPECT_EQ(items.find(7)->version(), 3u);
    EXPECT_DEATH(items.commit(&i), "PondMap::directCommit\\(\\) in no man's land");
-   writer.unlink();
 }
 
-TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayout) {
+TEST_F(PondTable, SegmentIsOwnerOnlyAndReadersRefuseAnotherLayoutOrATruncatedOne) {
    TableWriter writer(path, itemShape(64), {Record<Item>::codec()}, &loop, options);
-   struct stat st{};
-   int fd = ::shm_open(writer.segmentName().c_str(), O_RDONLY, 0);
+   const int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
    ASSERT_GE(fd, 0);
+   struct stat st{};
    ASSERT_EQ(::fstat(fd, &st), 0);
-   ::close(fd);
    EXPECT_EQ(st.st_mode & 0777, 0600u);
    EXPECT_LE(double(writer.segmentSize()), 1.5 * 64 * sizeof(Item) + 16384)
        << "small tables pay a fixed header and queue";
-
-   Recorder rec;
-   TableReader reader(path, itemShape(128), {Record<Item>::codec()}, loop, rec, options);
-   settle();
-   EXPECT_FALSE(reader.mounted());
-   ASSERT_FALSE(rec.corrupt.empty());
-   EXPECT_NE(rec.corrupt[0].find("does not match"), std::string::npos) << rec.corrupt[0];
-   writer.unlink();
-}
-
-TEST_F(PondTable, ATruncatedSegmentIsRefused) {
-   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
-   int fd = ::shm_open(writer.segmentName().c_str(), O_RDWR, 0);
-   ASSERT_GE(fd, 0);
-   ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0);
+   for (const bool truncated : {false, true}) {
+      SCOPED_TRACE(truncated ? "truncated" : "another layout");
+      if (truncated) { ASSERT_EQ(::ftruncate(fd, off_t(writer.segmentSize() / 2)), 0); }
+      Recorder rec;
+      TableReader reader(path, itemShape(truncated ? 64 : 128), {Record<Item>::codec()}, loop, rec, options);
+      settle();
+      EXPECT_FALSE(reader.mounted());
+      ASSERT_FALSE(rec.corrupt.empty());
+      EXPECT_NE(rec.corrupt[0].find(truncated ? "truncated" : "does not match"), std::string::npos) << rec.corrupt[0];
+   }
    ::close(fd);
-   Recorder rec;
-   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
-   settle();
-   EXPECT_FALSE(reader.mounted());
-   ASSERT_FALSE(rec.corrupt.empty());
-   EXPECT_NE(rec.corrupt[0].find("truncated"), std::string::npos) << rec.corrupt[0];
-   writer.unlink();
 }
 
 // A writer that cannot make a reader's wake pipe (out of descriptors, say)
@@ -286,7 +259,6 @@ TEST_F(PondTable, WithoutAWakePipeTheConnectionCarriesTheWakes) {
    settle();
    EXPECT_EQ(rec.changed, (std::vector<uint32_t>{5}));
    EXPECT_EQ(reader.wakeups(), 1u);
-   writer.unlink();
 }
 
 TEST_F(PondTable, ASegmentTruncatedUnderItsReaderIsReportedNotFatal) {
@@ -309,7 +281,6 @@ TEST_F(PondTable, ASegmentTruncatedUnderItsReaderIsReportedNotFatal) {
    settle();
    ASSERT_EQ(rec.corrupt.size(), 1u);
    EXPECT_EQ(rec.corrupt[0], "segment " + writer.segmentName() + " was truncated under its reader");
-   writer.unlink();
 }
 
 TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
@@ -342,7 +313,6 @@ TEST_F(PondTable, GarbageInTheSegmentIsReportedNotFatal) {
    reader.poll();
    EXPECT_FALSE(rec.corrupt.empty());
    ::munmap(p, writer.segmentSize());
-   writer.unlink();
 }
 
 } // namespace

@@ -76,7 +76,7 @@ void inChild(Body body) {
        ::testing::ExitedWithCode(0), "");
 }
 
-TEST(PondTruncationGuard, ThreadsGuardMoreMappingsThanTheFirstChunkHolds) {
+TEST(PondTruncationGuardDeathTest, ThreadsGuardMoreMappingsThanTheFirstChunkHolds) {
    inChild([] {
       // Two threads registering at once race for entries and for the chunks
       // the registry grows by.
@@ -108,7 +108,7 @@ TEST(PondTruncationGuard, ThreadsGuardMoreMappingsThanTheFirstChunkHolds) {
    });
 }
 
-TEST(PondTruncationGuard, AWritableGuardTakesStoresPastTheNewEnd) {
+TEST(PondTruncationGuardDeathTest, AWritableGuardTakesStoresPastTheNewEnd) {
    inChild([] {
       SharedFile file(true);
       file.fill(0x5a);
@@ -126,7 +126,7 @@ TEST(PondTruncationGuard, AWritableGuardTakesStoresPastTheNewEnd) {
    });
 }
 
-TEST(PondTruncationGuard, AnyOtherSigbusStillEndsTheProcess) {
+TEST(PondTruncationGuardDeathTest, AnyOtherSigbusStillEndsTheProcess) {
    SharedFile guarded;
    TruncationGuard guard(const_cast<unsigned char*>(guarded.bytes), guarded.size);
    // Ended by the default action, or by the handler installed before the
@@ -143,7 +143,7 @@ TEST(PondTruncationGuard, AnyOtherSigbusStillEndsTheProcess) {
    EXPECT_FALSE(guard.tripped());
 }
 
-TEST(PondTruncationGuard, ARemovedGuardNoLongerCatches) {
+TEST(PondTruncationGuardDeathTest, ARemovedGuardNoLongerCatches) {
    EXPECT_DEATH(
        {
           SharedFile file;

@@ -2,8 +2,10 @@
 // connections than it takes, no descriptors left, something else at its
 // path, and its socket removed under it.
 #include "flashlog/Capture.h"
+#include "gant/testlib/Thrown.h"
 #include "loop/EpollLoop.h"
 #include "pond/Wake.h"
+#include "pond/testlib/Fixture.h"
 #include "sys/Calls.h"
 
 #include <gtest/gtest.h>
@@ -40,25 +42,6 @@ struct Reader {
                 [this](const std::string& why) { refusals.push_back(why); }) {}
 };
 
-int rawConnect(const std::string& path) {
-   int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-   sockaddr_un a{};
-   a.sun_family = AF_UNIX;
-   std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
-   EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-   return fd;
-}
-
-int bindSocketAt(const std::string& path) {
-   int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-   sockaddr_un a{};
-   a.sun_family = AF_UNIX;
-   std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
-   EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-   EXPECT_EQ(::listen(fd, 4), 0);
-   return fd;
-}
-
 TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
    Loop::EpollLoop loop;
    const std::string path = testPath("cap");
@@ -73,7 +56,7 @@ TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
       readers.back()->client.ack(changes);
    }
    std::vector<int> flood;
-   for (int i = 0; i < 40; ++i) flood.push_back(rawConnect(path));
+   for (int i = 0; i < 40; ++i) flood.push_back(Pond::Test::unixSocket(path, false));
    auto refused = [&] {
       int n = 0;
       for (auto& r : readers) n += !r->refusals.empty();
@@ -115,68 +98,56 @@ TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
    EXPECT_EQ(readers[0]->gone, 0) << "disconnect() is not the writer's death";
 }
 
-// Counts the writer's accepts.
-// Counts accepts, and answers them as a process out of descriptors does
-// while `full` (filling the real table would also starve the sanitizers'
+// Answers accepts as a process out of descriptors does while `full`, and
+// counts them (filling the real table would also starve the sanitizers'
 // own checks, which need descriptors).
 struct CountingCalls : Sys::Calls {
    int accepts = 0;
    bool full = true;
    Sys::Result accept4(int fd, sockaddr* addr, socklen_t* len, int flags) override {
       ++accepts;
-      if (full) return {-1, EMFILE};
-      return Sys::Calls::accept4(fd, addr, len, flags);
+      return full ? Sys::Result{-1, EMFILE} : Sys::Calls::accept4(fd, addr, len, flags);
    }
 };
 
-struct OutOfDescriptorsResult {
+struct OutOfDescriptors {
    int acceptsWhileFull = 0, readersWhileFull = 0, readersAfter = 0, armedAfter = 0, pauseTraces = 0;
 };
 
-// The writer's process: out of descriptors, lets readers queue up,
-// then frees descriptors and wakes them. Waits for `go` before each step.
-[[noreturn]] void writerOutOfDescriptors(const std::string& path, int ready, int go, int result) {
-   Loop::EpollLoop loop;
-   uint32_t changes = 0;
-   WakeServer server(path, 0600, loop, [&] { return changes; });
-   CountingCalls counting;
-   Sys::ScopedCalls scope(counting);
-   Flashlog::Capture capture("Pond=1");
-   char c = 'r';
-   (void)!::write(ready, &c, 1);
-   (void)!::read(go, &c, 1); // the readers have connected
-
-   OutOfDescriptorsResult out;
-   const double start = loop.now();
-   while (loop.now() - start < 0.5) loop.runOnce(0.05);
-   out.acceptsWhileFull = counting.accepts;
-   out.readersWhileFull = static_cast<int>(server.readers());
-   counting.full = false;
-   loop.runUntil([&] { return *server.armedCount() == 3; }, 5);
-   out.readersAfter = static_cast<int>(server.readers());
-   out.armedAfter = static_cast<int>(*server.armedCount());
-   for (const std::string& line : capture.lines()) out.pauseTraces += line.starts_with("cannot accept");
-   ++changes;
-   server.changed();
-   (void)!::write(result, &out, sizeof out);
-   (void)!::read(go, &c, 1); // the readers have checked their writer
-   ::_exit(0);
-}
-
 TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
    const std::string path = testPath("emfile");
-   int ready[2], go[2], result[2];
-   ASSERT_EQ(::pipe(ready), 0);
-   ASSERT_EQ(::pipe(go), 0);
-   ASSERT_EQ(::pipe(result), 0);
-   pid_t writer = ::fork();
-   if (writer == 0) writerOutOfDescriptors(path, ready[1], go[0], result[1]);
-   ::close(ready[1]);
-   ::close(go[0]);
-   ::close(result[1]);
-   char c;
-   ASSERT_EQ(::read(ready[0], &c, 1), 1);
-
+   int talk[2]; // to the writer's process and back, one byte a step
+   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, talk), 0);
+   char c = 'r';
+   const pid_t writer = ::fork();
+   if (writer == 0) {
+      // Out of descriptors, it lets readers queue up, then gets descriptors
+      // back and takes and wakes them.
+      Loop::EpollLoop loop;
+      uint32_t changes = 0;
+      WakeServer server(path, 0600, loop, [&] { return changes; });
+      CountingCalls counting;
+      Sys::ScopedCalls scope(counting);
+      Flashlog::Capture capture("Pond=1");
+      (void)!::write(talk[1], &c, 1);
+      (void)!::read(talk[1], &c, 1); // the readers have connected
+      OutOfDescriptors out;
+      const double start = loop.now();
+      while (loop.now() - start < 0.5) loop.runOnce(0.05);
+      out.acceptsWhileFull = counting.accepts;
+      out.readersWhileFull = int(server.readers());
+      counting.full = false;
+      loop.runUntil([&] { return *server.armedCount() == 3; }, 5);
+      out.readersAfter = int(server.readers());
+      out.armedAfter = int(*server.armedCount());
+      for (const std::string& line : capture.lines()) out.pauseTraces += line.starts_with("cannot accept");
+      ++changes;
+      server.changed();
+      (void)!::write(talk[1], &out, sizeof out);
+      (void)!::read(talk[1], &c, 1); // the readers have checked their writer
+      ::_exit(0);
+   }
+   ASSERT_EQ(::read(talk[0], &c, 1), 1);
    Loop::EpollLoop loop;
    std::vector<std::unique_ptr<Reader>> readers;
    uid_t uid;
@@ -187,9 +158,9 @@ TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
       ASSERT_TRUE(readers.back()->client.connect()) << "queued while the writer has no descriptor";
       readers.back()->client.ack(0);
    }
-   ASSERT_EQ(::write(go[1], "g", 1), 1);
-   OutOfDescriptorsResult out;
-   ASSERT_EQ(::read(result[0], &out, sizeof out), static_cast<ssize_t>(sizeof out));
+   ASSERT_EQ(::write(talk[0], "g", 1), 1);
+   OutOfDescriptors out;
+   ASSERT_EQ(::read(talk[0], &out, sizeof out), ssize_t(sizeof out));
    // Each accept is a run of the listening watch; a spinning writer makes
    // hundreds of thousands in half a second, one resting 0.1 s makes six.
    EXPECT_GE(out.acceptsWhileFull, 1);
@@ -204,11 +175,10 @@ TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
       EXPECT_EQ(pid, writer);
       EXPECT_EQ(uid, ::geteuid());
    }
-   ASSERT_EQ(::write(go[1], "d", 1), 1);
-   int status = 0;
-   ::waitpid(writer, &status, 0);
-   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-   for (int fd : {ready[0], go[1], result[0]}) ::close(fd);
+   ASSERT_EQ(::write(talk[0], "d", 1), 1);
+   EXPECT_EQ(Pond::Test::exitCode(writer), 0);
+   ::close(talk[0]);
+   ::close(talk[1]);
    ::unlink(path.c_str()); // the writer's process ended without its destructors
 }
 
@@ -216,26 +186,20 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to give files to another uid";
    Loop::EpollLoop loop;
    const std::string path = testPath("impostor");
-   // As root, what another uid left is removed; a directory cannot be.
-   struct Case {
-      const char* what;
-      bool replaced;
+   const auto serve = [](const std::string& at, Loop::EpollLoop& l) {
+      WakeServer server(at, 0600, l, [] { return 0u; });
    };
-   for (Case c : {Case{"file", true}, Case{"socket", true}, Case{"directory", false}}) {
-      SCOPED_TRACE(c.what);
+   // As root, what another uid left is removed; a directory cannot be.
+   for (const std::string what : {"file", "socket", "directory"}) {
+      SCOPED_TRACE(what);
       int impostor = -1;
-      if (c.what == std::string("file")) ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
-      if (c.what == std::string("socket")) impostor = bindSocketAt(path);
-      if (c.what == std::string("directory")) ::mkdir(path.c_str(), 0700);
+      if (what == "file") ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
+      if (what == "socket") impostor = Pond::Test::unixSocket(path, true);
+      if (what == "directory") ::mkdir(path.c_str(), 0700);
       ASSERT_EQ(::chown(path.c_str(), kNobody, kNobody), 0);
-      if (!c.replaced) {
-         try {
-            WakeServer server(path, 0600, loop, [] { return 0u; });
-            ADD_FAILURE() << "took the path";
-         } catch (const std::runtime_error& e) {
-            EXPECT_NE(std::string(e.what()).find(path), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find("uid 65534"), std::string::npos) << e.what();
-         }
+      if (what == "directory") {
+         const std::string why = Gant::Test::thrown<std::runtime_error>([&] { serve(path, loop); });
+         EXPECT_TRUE(why.find(path) != std::string::npos && why.find("uid 65534") != std::string::npos) << why;
          ::rmdir(path.c_str());
          continue;
       }
@@ -255,32 +219,20 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    ASSERT_NE(::mkdtemp(dir), nullptr);
    ASSERT_EQ(::chmod(dir, 01777), 0);
    const std::string ours = std::string(dir) + "/ours", taken = std::string(dir) + "/taken";
-   ::close(bindSocketAt(ours));
+   ::close(Pond::Test::unixSocket(ours, true));
    ASSERT_EQ(::chown(ours.c_str(), kNobody, kNobody), 0);
    ::close(::open(taken.c_str(), O_CREAT | O_WRONLY, 0644));
    pid_t child = ::fork();
    if (child == 0) {
-      int rc = 0;
       if (::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0) ::_exit(9);
       Loop::EpollLoop childLoop;
-      try {
-         WakeServer server(ours, 0600, childLoop, [] { return 0u; });
-      } catch (const std::exception&) {
-         rc |= 1;
-      }
-      try {
-         WakeServer server(taken, 0600, childLoop, [] { return 0u; });
-         rc |= 2;
-      } catch (const std::runtime_error& e) {
-         const std::string what = e.what();
-         if (what.find(taken) == std::string::npos || what.find("uid 0 ") == std::string::npos) rc |= 4;
-      }
+      int rc = Gant::Test::thrown<std::exception>([&] { serve(ours, childLoop); }).empty() ? 0 : 1;
+      const std::string why = Gant::Test::thrown<std::runtime_error>([&] { serve(taken, childLoop); });
+      if (why.empty()) rc |= 2;
+      else if (why.find(taken) == std::string::npos || why.find("uid 0 ") == std::string::npos) rc |= 4;
       ::_exit(rc);
    }
-   int status = 0;
-   ::waitpid(child, &status, 0);
-   EXPECT_TRUE(WIFEXITED(status));
-   EXPECT_EQ(WEXITSTATUS(status), 0) << "1 own stale socket kept, 2 another's file taken, 4 unclear text";
+   EXPECT_EQ(Pond::Test::exitCode(child), 0) << "1 own stale socket kept, 2 another's file taken, 4 unclear text";
    struct stat st{};
    EXPECT_EQ(::lstat(taken.c_str(), &st), 0) << "left where it was";
    ::unlink(ours.c_str());
@@ -321,7 +273,7 @@ TEST(PondWakeServer, AGoingWriterRemovesOnlyItsOwnSocket) {
    {
       WakeServer server(path, 0600, loop, [] { return 0u; });
       ASSERT_EQ(::unlink(path.c_str()), 0);
-      ::close(bindSocketAt(path)); // a successor's, before our next check
+      ::close(Pond::Test::unixSocket(path, true)); // a successor's, before our next check
    }
    struct stat st{};
    EXPECT_EQ(::lstat(path.c_str(), &st), 0);

@@ -70,13 +70,7 @@ TEST(ShmRouteTable, ProducerWritesAgentsReadThroughEntities) {
    producer->tableWriter()->unlink();
 }
 
-TEST(ShmRouteTable, MountPathsAndMountInfo) {
-   EXPECT_EQ(Status::mountPath(Pakto::AddressFamily::ipv4, L3::VrfName("red"), "pim"),
-             "routing/multicast/routestatus/red/pim");
-   EXPECT_EQ(Status::mountPath(Pakto::AddressFamily::ipv6, L3::VrfName("red"), "pim"),
-             "routing6/multicast/routestatus/red/pim");
-   EXPECT_DEATH(Status::mountPath(Pakto::AddressFamily::ipunknown, L3::VrfName("red"), "pim"),
-                "Unsupported address family");
+TEST(ShmRouteTable, MountInfo) {
    Pond::TableShape info = TableInfo::mfibMountInfo();
    ASSERT_EQ(info.collections.size(), 2u);
    EXPECT_EQ(info.collections[0].name, "route");
@@ -87,16 +81,6 @@ TEST(ShmRouteTable, MountPathsAndMountInfo) {
    const auto layout = Pond::layoutFor(info);
    const double records = 12000.0 * sizeof(Route) + 1024.0 * sizeof(OifIndexIntf);
    EXPECT_LE(double(layout.segmentSize), 1.5 * records);
-}
-
-TEST(ShmRouteTable, VrfStatusHoldsTablesByVrf) {
-   auto vrfs = vrfStatusFactory("status");
-   auto table = statusFactory("pim");
-   vrfs->statusIs(L3::VrfName("red"), table);
-   EXPECT_EQ(vrfs->status(L3::VrfName("red")), table);
-   EXPECT_EQ(vrfs->attr("status").text(), "{'red': 'pim'}");
-   vrfs->statusDelAll();
-   EXPECT_EQ(vrfs->statusSize(), 0u);
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "shmfib/Route.h"
 #include "gant/testlib/ValueContract.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -13,20 +15,10 @@ IpGenRouteKey sg(const char* s, const char* g) {
                                                       Gant::fromText<Pakto::Prefix>(g));
 }
 
-TEST(ShmRoute, NewRouteDefaults) {
-   Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
-   EXPECT_EQ(r.maxOifIndex(), OifIndex::null());
-   EXPECT_EQ(r.maxOifIndex().value(), 512);
-   EXPECT_EQ(r.routePriority().value(), 1);
-   EXPECT_EQ(r.version(), 0u);
-   EXPECT_EQ(r.oifs(), 0);
-   EXPECT_EQ(r.nextOif(OifIndex::null()), OifIndex::null());
-   EXPECT_TRUE(!Route());
-   EXPECT_FALSE(!r);
-}
-
 TEST(ShmRoute, NextOifSearchesWholeWordsUpToMax) {
    Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
+   EXPECT_EQ(r.maxOifIndex(), OifIndex::null());
+   EXPECT_EQ(r.nextOif(OifIndex::null()), OifIndex::null()) << "a new route has no interface";
    r.oifIs(3, true);
    r.oifIs(70, true);
    r.maxOifIndexIs(70);
@@ -132,12 +124,9 @@ TEST(ShmRoute, PondStringAndTextForms) {
    EXPECT_EQ(r.pondString(),
              "[(10.0.0.1,239.1.1.1)] F 0x11 0x0 I Ethernet1 N  S  F  O 0x8000000000000000 0x0 0x0 0x0 0x0 0x0 "
              "0x0 0x1 max 511 ver 7 priority 3");
-   EXPECT_EQ(Gant::toText(Route::RouteFlags(0x21)),
-             "Value('Pond::Multicast::Fib::Route::RouteFlags', ** {'valid': True, 'toCpu': False, 'iifRegister': "
-             "False, 'oifRegister': False, 'programmable': False, 'skipKernelProgramming': True})");
    EXPECT_EQ(Gant::toText(Route::IifFlags(1)), "True");
-   Route plain(sg("10.0.0.1/32", "239.1.1.1/32"));
-   EXPECT_EQ(Gant::toText(plain),
+   // The record's text keeps each attribute's own name, the eight words too.
+   EXPECT_EQ(Gant::toText(Route(sg("10.0.0.1/32", "239.1.1.1/32"))),
              "Value('Pond::Multicast::Fib::Route', ** {'key': Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
              "{'s': 10.0.0.1/32, 'g': 239.1.1.1/32}), 'iif': , 'iifFrr': , 'notify': , 'fastdrop': , "
              "'notifyProgrammable': False, 'routeFlags': Value('Pond::Multicast::Fib::Route::RouteFlags', ** "
@@ -145,14 +134,6 @@ TEST(ShmRoute, PondStringAndTextForms) {
              "'skipKernelProgramming': False}), 'iifFlags': False, 'rpaId': 0, 'maxOifIndex': 512, "
              "'routePriority': 1, 'version': 0, 'oifBitmap1': 0, 'oifBitmap2': 0, 'oifBitmap3': 0, 'oifBitmap4': "
              "0, 'oifBitmap5': 0, 'oifBitmap6': 0, 'oifBitmap7': 0, 'oifBitmap8': 0})");
-   EXPECT_EQ(Gant::toText(OifIndexIntf(OifIndex(4))),
-             "Value('Pond::Multicast::Fib::OifIndexIntf', ** {'key': 4, 'intf': , 'refCount': 0})");
-   EXPECT_EQ(Gant::toText(DfProfile(Pakto::IntfId("Ethernet2"))),
-             "Value('Pond::Multicast::Fib::DfProfile', ** {'key': Ethernet2, 'dfBitmap': 0})");
-   EXPECT_EQ(Gant::toText(BidirGroup(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8"))),
-             "Value('Pond::Multicast::Fib::BidirGroup', ** {'key': 239.0.0.0/8, 'rpa': 0})");
-   EXPECT_EQ(Gant::toText(IntfOifIndex(Pakto::IntfId("Vlan10"))),
-             "Value('Pond::Multicast::Fib::IntfOifIndex', ** {'key': Vlan10, 'oifIndex': 512})");
 }
 
 TEST(ShmRoute, AttributeLogWidthsAndRangeErrors) {
@@ -162,21 +143,13 @@ TEST(ShmRoute, AttributeLogWidthsAndRangeErrors) {
    EXPECT_EQ(log.size(), 36u + 32 + 1 + 4 + 4 + 2 + 2 + 1 + 4 + 64);
    std::string badFlags = log;
    badFlags[36 + 32 + 1 + 3] = 0x40; // routeFlags' low byte
-   try {
-      Gant::fromLog<Route>(badFlags);
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "RouteFlags::value > 0x3f not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badFlags); }),
+             "RouteFlags::value > 0x3f not allowed");
    std::string badMax = log;
    badMax[36 + 32 + 1 + 8 + 2] = 0x02;
    badMax[36 + 32 + 1 + 8 + 3] = 0x01; // maxOifIndex 513
-   try {
-      Gant::fromLog<Route>(badMax);
-      FAIL();
-   } catch (const Gant::RangeError& e) {
-      EXPECT_STREQ(e.what(), "OifIndex::value < OifIndex::min or > OifIndex::null not allowed");
-   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badMax); }),
+             "OifIndex::value < OifIndex::min or > OifIndex::null not allowed");
    EXPECT_THROW(Route::IifFlags(2), Gant::RangeError);
    EXPECT_THROW(IntfFlags(0x40), Gant::RangeError);
 }
@@ -187,14 +160,17 @@ TEST(ShmRoute, BytesFromOutsideAreValidated) {
    unsigned char bytes[sizeof(Route)];
    std::memcpy(bytes, &r, sizeof r);
    Route garbled;
-   // A bool byte of 2 and a flags word out of range both break the record.
+   // Whatever the byte, no crash; a bool byte of 0xff or a flags word out
+   // of range breaks the record.
+   std::size_t broken = 0;
    for (std::size_t i = 0; i < sizeof bytes; ++i) {
       unsigned char saved = bytes[i];
       bytes[i] = 0xff;
       std::memcpy(static_cast<void*>(&garbled), bytes, sizeof garbled);
       bytes[i] = saved;
-      (void)Gant::validValue(garbled); // must not crash whatever the byte
+      broken += !Gant::validValue(garbled);
    }
+   EXPECT_GT(broken, 0u);
 }
 
 } // namespace
@@ -204,7 +180,7 @@ namespace Gant::Test {
 using namespace Pond::Multicast::Fib;
 
 template <>
-struct ValueSamples<OifIndex> {
+struct ValueSamples<OifIndex> : Samples<OifIndex> {
    static std::vector<OifIndex> distinct() { return {OifIndex(0), OifIndex(1), OifIndex(511), OifIndex::null()}; }
    static std::vector<std::pair<OifIndex, std::string>> texts() { return {{OifIndex(7), "7"}}; }
    static std::vector<std::string> badTexts() { return {"513", "-1", "x"}; }
@@ -214,10 +190,9 @@ struct ValueSamples<OifIndex> {
 };
 
 template <>
-struct ValueSamples<Route::RouteFlags> {
+struct ValueSamples<Route::RouteFlags> : Samples<Route::RouteFlags> {
    using F = Route::RouteFlags;
    static std::vector<F> distinct() { return {F(0), F(1), F(0x20), F(0x3f)}; }
-   static std::vector<std::pair<F, std::string>> texts() { return {}; }
    static std::vector<std::string> badTexts() { return {"Value('Pond::Multicast::Fib::Route::RouteFlags', ** {})"}; }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({0, 0, 0, 0x40}), "RouteFlags::value > 0x3f not allowed"}};
@@ -225,7 +200,7 @@ struct ValueSamples<Route::RouteFlags> {
 };
 
 template <>
-struct ValueSamples<Route::IifFlags> {
+struct ValueSamples<Route::IifFlags> : Samples<Route::IifFlags> {
    using F = Route::IifFlags;
    static std::vector<F> distinct() { return {F(0), F(1)}; }
    static std::vector<std::pair<F, std::string>> texts() { return {{F(0), "False"}}; }
@@ -236,20 +211,19 @@ struct ValueSamples<Route::IifFlags> {
 };
 
 template <>
-struct ValueSamples<IntfFlags> {
+struct ValueSamples<IntfFlags> : Samples<IntfFlags> {
    static std::vector<IntfFlags> distinct() { return {IntfFlags(0), IntfFlags(0x10), IntfFlags(0x3f)}; }
    static std::vector<std::pair<IntfFlags, std::string>> texts() {
       return {{IntfFlags(0x3), "Value('Pond::Multicast::Fib::IntfFlags', ** {'forward': True, 'accept': True, "
                                "'notify': False, 'noRpf': False, 'fastdrop': False, 'frr': False})"}};
    }
-   static std::vector<std::string> badTexts() { return {}; }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({0, 0, 0, 0x40}), "IntfFlags::value > 0x3f not allowed"}};
    }
 };
 
 template <>
-struct ValueSamples<Route> {
+struct ValueSamples<Route> : Samples<Route> {
    static std::vector<Route> distinct() {
       auto key = Routing::Multicast::Fib::makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>("10.0.0.1/32"),
                                                              Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
@@ -264,34 +238,26 @@ struct ValueSamples<Route> {
       c.routePriorityIs(255);
       return {Route(), a, b, c, d};
    }
-   static std::vector<std::pair<Route, std::string>> texts() { return {}; }
    static std::vector<std::string> badTexts() { return {"Value('Pond::Multicast::Fib::Route', ** {})"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<OifIndexIntf> {
+struct ValueSamples<OifIndexIntf> : Samples<OifIndexIntf> {
    static std::vector<OifIndexIntf> distinct() {
       OifIndexIntf b(OifIndex(3));
       b.intfIs(Pakto::IntfId("Ethernet1"));
       b.refCountIs(2);
       return {OifIndexIntf(), OifIndexIntf(OifIndex(3)), b};
    }
-   static std::vector<std::pair<OifIndexIntf, std::string>> texts() { return {}; }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 template <>
-struct ValueSamples<BidirGroup> {
+struct ValueSamples<BidirGroup> : Samples<BidirGroup> {
    static std::vector<BidirGroup> distinct() {
       BidirGroup b(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8"));
       b.rpaIs(5);
       return {BidirGroup(), BidirGroup(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8")), b};
    }
-   static std::vector<std::pair<BidirGroup, std::string>> texts() { return {}; }
-   static std::vector<std::string> badTexts() { return {}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
 };
 
 using RecordTypes = ::testing::Types<OifIndex, Route::RouteFlags, Route::IifFlags, IntfFlags, Route, OifIndexIntf,

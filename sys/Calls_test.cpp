@@ -3,6 +3,8 @@
 #include "gant/Error.h"
 #include "sys/Fd.h"
 
+#include "gant/testlib/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/eventfd.h>
@@ -38,14 +40,11 @@ TEST(SysCalls, CheckThrowsErrnoErrorNamingTheCall) {
    EXPECT_EQ(Sys::check(Sys::Result{5, 0}, "socket"), 5);
    Sys::Result r = Sys::calls().socket(12345, SOCK_DGRAM, 0);
    ASSERT_EQ(r.err, EAFNOSUPPORT);
-   try {
-      Sys::check(r, "socket");
-      FAIL() << "check did not throw";
-   } catch (const Gant::ErrnoError& e) {
-      EXPECT_STREQ(e.what(), "socket");
-      EXPECT_EQ(e.call(), "socket");
-      EXPECT_EQ(e.errorNo(), EAFNOSUPPORT);
-   }
+   auto e = Gant::Test::caught<Gant::ErrnoError>([&] { Sys::check(r, "socket"); });
+   ASSERT_TRUE(e) << "check did not throw";
+   EXPECT_STREQ(e->what(), "socket");
+   EXPECT_EQ(e->call(), "socket");
+   EXPECT_EQ(e->errorNo(), EAFNOSUPPORT);
 }
 
 class FixedPid : public Sys::Calls {

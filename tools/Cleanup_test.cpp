@@ -23,46 +23,36 @@ namespace {
 
 const std::string tool = MCASTFIB_TOOL;
 
+// A process with its stdout, stderr and descriptor 3 (for a script to
+// report on) on pipes.
 struct Process {
    pid_t pid = -1;
-   int out = -1; // stdout
-   int err = -1; // stderr
-   int aux = -1; // descriptor 3, for a script to report on
+   int fds[3] = {-1, -1, -1};
+   explicit Process(std::vector<const char*> argv) {
+      int pipes[3][2];
+      for (auto& p : pipes) EXPECT_EQ(::pipe2(p, O_CLOEXEC), 0);
+      if ((pid = ::fork()) == 0) {
+         for (int fd = 1; fd <= 3; ++fd) ::dup2(pipes[fd - 1][1], fd);
+         argv.push_back(nullptr);
+         ::execv(argv[0], const_cast<char**>(argv.data()));
+         ::_exit(127);
+      }
+      for (int i = 0; i < 3; ++i) ::close(pipes[i][1]), fds[i] = pipes[i][0];
+   }
+   // Reads descriptor `fd` (1, 2 or 3) up to a newline, or to the end when untilEnd.
+   std::string read(int fd, bool untilEnd = true) {
+      std::string text;
+      for (char c; ::read(fds[fd - 1], &c, 1) == 1 && (text += c, untilEnd || c != '\n');) {
+      }
+      return text;
+   }
+   int reap() {
+      for (int fd : fds) ::close(fd);
+      int status = 0;
+      ::waitpid(pid, &status, 0);
+      return status;
+   }
 };
-
-// Starts argv with its stdout, stderr and descriptor 3 on pipes.
-Process start(std::vector<const char*> argv) {
-   int pipes[3][2];
-   for (auto& p : pipes) EXPECT_EQ(::pipe2(p, O_CLOEXEC), 0);
-   Process run;
-   run.pid = ::fork();
-   if (run.pid == 0) {
-      for (int fd = 1; fd <= 3; ++fd) ::dup2(pipes[fd - 1][1], fd);
-      argv.push_back(nullptr);
-      ::execv(argv[0], const_cast<char**>(argv.data()));
-      ::_exit(127);
-   }
-   for (auto& p : pipes) ::close(p[1]);
-   run.out = pipes[0][0], run.err = pipes[1][0], run.aux = pipes[2][0];
-   return run;
-}
-
-// Reads up to a newline, or to the end when untilEnd.
-std::string readFrom(int fd, bool untilEnd = true) {
-   std::string text;
-   for (char c; ::read(fd, &c, 1) == 1;) {
-      text += c;
-      if (c == '\n' && !untilEnd) break;
-   }
-   return text;
-}
-
-int reap(Process& run) {
-   for (int fd : {run.out, run.err, run.aux}) ::close(fd);
-   int status = 0;
-   ::waitpid(run.pid, &status, 0);
-   return status;
-}
 
 // The children of `parent`; without one, the processes running this build's
 // tool.
@@ -100,14 +90,12 @@ TEST(ToolCleanup, AClosedOutputEndsItQuietly) {
    for (const char* reader : {"head -3", "true"}) {
       const std::string script =
           std::string(R"({ "$0" demo & echo $! >&3; wait $!; echo $? >&3; } | )") + reader;
-      Process run = start({"/bin/sh", "-c", script.c_str(), tool.c_str()});
-      const std::string shown = readFrom(run.out), errors = readFrom(run.err);
-      const pid_t pid = std::stoi(readFrom(run.aux, false));
-      const std::string status = readFrom(run.aux);
-      EXPECT_TRUE(WIFEXITED(reap(run)));
-      if (reader == std::string("head -3")) {
-         EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 3);
-      }
+      Process run({"/bin/sh", "-c", script.c_str(), tool.c_str()});
+      const std::string shown = run.read(1), errors = run.read(2);
+      const pid_t pid = std::stoi(run.read(3, false));
+      const std::string status = run.read(3);
+      EXPECT_TRUE(WIFEXITED(run.reap()));
+      if (reader == std::string("head -3")) { EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 3); }
       EXPECT_EQ(errors, "") << reader;
       EXPECT_TRUE(status == "0\n" || status == "141\n") << reader << ": " << status;
       expectNothingLeftBy(pid);
@@ -120,15 +108,15 @@ TEST(ToolCleanup, ASignalMidRunEndsItAsTheSignalWould) {
       // before the reader is seen is tried again.
       bool caught = false;
       for (int attempt = 0; attempt < 20 && !caught; ++attempt) {
-         Process run = start({tool.c_str(), "routes"});
+         Process run({tool.c_str(), "routes"});
          bool readerSeen = false;
-         if (readFrom(run.out, false).starts_with("writer: table"))
+         if (run.read(1, false).starts_with("writer: table"))
             while (!(readerSeen = !processes(run.pid).empty()) && ::waitpid(run.pid, nullptr, WNOHANG) == 0) {
             }
          if (readerSeen) ::kill(run.pid, sig);
-         readFrom(run.out);
-         EXPECT_EQ(readFrom(run.err), "");
-         const int status = reap(run);
+         run.read(1);
+         EXPECT_EQ(run.read(2), "");
+         const int status = run.reap();
          caught = readerSeen && WIFSIGNALED(status) && WTERMSIG(status) == sig;
          expectNothingLeftBy(run.pid);
       }

@@ -1,9 +1,10 @@
 #pragma once
 // One contract for every value type: equality, hash, ordering, text form and
 // attribute-log round trips, and refusal of bad input. A type joins by
-// specialising ValueSamples<T> and instantiating the suite:
+// specialising ValueSamples<T> (from Samples<T>, which has no texts, bad
+// texts or bad logs) and instantiating the suite:
 //
-//   template <> struct Gant::Test::ValueSamples<Pakto::EthAddr> {
+//   template <> struct Gant::Test::ValueSamples<Pakto::EthAddr> : Samples<Pakto::EthAddr> {
 //      static std::vector<T> distinct();            // pairwise unequal; ascending if ordered
 //      static std::vector<std::pair<T, std::string>> texts();  // exact text forms
 //      static std::vector<std::string> badTexts();   // each refused by parse
@@ -23,6 +24,13 @@ namespace Gant::Test {
 
 template <class T>
 struct ValueSamples;
+
+template <class T>
+struct Samples {
+   static std::vector<std::pair<T, std::string>> texts() { return {}; }
+   static std::vector<std::string> badTexts() { return {}; }
+   static std::vector<std::pair<std::string, std::string>> badLogs() { return {}; }
+};
 
 template <class T>
 class ValueContract : public ::testing::Test {};
