@@ -6,6 +6,7 @@
 // names a slot and is published after the slot is written; removal moves
 // later entries back under an odd indexSeq; every change appends a
 // sequence-numbered entry to the change queue.
+#include "gant/Error.h"
 #include "pond/Layout.h"
 #include "pond/WordCopy.h"
 
@@ -468,9 +469,10 @@ class CollectionWriter {
    uint32_t size_ = 0;
 };
 
-class FullError : public std::runtime_error {
+// A new key finds no free slot.
+class FullError : public Gant::TableError {
  public:
-   using std::runtime_error::runtime_error;
+   using Gant::TableError::TableError;
 };
 
 } // namespace Pond

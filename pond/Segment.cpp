@@ -98,7 +98,7 @@ Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t
       // Never reopened: a new object under the name, or nothing.
       FLASHLOG(trace, 1, "replacing shared segment ", name, ": it is ", why);
       if (!sys.shm_unlink(name.c_str()).ok())
-         throw std::runtime_error("shared segment " + name + " is " + why + ", and it cannot be replaced");
+         throw Gant::TableError("shared segment " + name + " is " + why + ", and it cannot be replaced");
    }
    Sys::Result m = sys.mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, s.fd_.get(), 0);
    s.base_ = reinterpret_cast<void*>(Sys::check(m, "mmap"));
@@ -118,7 +118,7 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
    struct stat st{};
    Sys::check(sys.fstat(s.fd_.get(), &st), "fstat");
    if (static_cast<std::size_t>(st.st_size) < minSize)
-      throw std::runtime_error("shared segment " + name + " is " + std::to_string(st.st_size) +
+      throw Gant::TableError("shared segment " + name + " is " + std::to_string(st.st_size) +
                                " bytes, expected " + std::to_string(minSize));
    const std::size_t size = static_cast<std::size_t>(st.st_size);
    s.owner_ = st.st_uid;

@@ -54,7 +54,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
          segment_ = Segment();
          Segment::unlink(name);
          segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
-         if (!created) throw std::runtime_error("shared segment " + name + " was recreated by another process");
+         if (!created) throw Gant::TableError("shared segment " + name + " was recreated by another process");
       }
    }
    SegmentHeader* h = header();

@@ -143,7 +143,7 @@ void WakeServer::clearPath(uid_t ours) {
    const bool stale = S_ISSOCK(st.st_mode) && st.st_uid == ours;
    r = sys.unlink(path_.c_str());
    if (!r.ok() && r.err != ENOENT) {
-      throw std::runtime_error("wake socket path " + path_ + " is taken by uid " + std::to_string(st.st_uid) +
+      throw Gant::TableError("wake socket path " + path_ + " is taken by uid " + std::to_string(st.st_uid) +
                                (stale ? "" : S_ISSOCK(st.st_mode) ? " (a socket not ours)" : " (not a socket)") +
                                " and cannot be removed: " + std::strerror(r.err));
    }
