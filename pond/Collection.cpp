@@ -79,7 +79,7 @@ Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen) {
    const Held why = m.liveness.held ? m.liveness.held(m.liveness.context) : Held::dead;
    // What the owner saw may postdate the change that held the word.
    if (why != Held::wait && loadAcquire(word) == seen) return why;
-   Sys::calls().nanosleep(200 * 1000);
+   Sys::discard(Sys::calls().nanosleep(200 * 1000)); // a pause; cut short, it is only shorter
    return Held::wait;
 }
 

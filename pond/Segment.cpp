@@ -41,7 +41,7 @@ Segment::~Segment() { release(); }
 
 void Segment::release() noexcept {
    guard_.reset(); // before the range can be mapped again by anyone
-   if (base_) Sys::calls().munmap(base_, size_);
+   if (base_) Sys::discard(Sys::calls().munmap(base_, size_));
    base_ = nullptr;
    size_ = 0;
 }
@@ -94,7 +94,7 @@ Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t
          if ((st.st_mode & 07777) != mode) Sys::check(sys.fchmod(s.fd_.get(), mode), "fchmod");
          break;
       }
-      if (r.ok()) sys.close(static_cast<int>(r.value));
+      if (r.ok()) Sys::discard(sys.close(static_cast<int>(r.value)));
       // Never reopened: a new object under the name, or nothing.
       FLASHLOG(trace, 1, "replacing shared segment ", name, ": it is ", why);
       if (!sys.shm_unlink(name.c_str()).ok())
@@ -130,6 +130,6 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
    return s;
 }
 
-void Segment::unlink(const std::string& name) { Sys::calls().shm_unlink(name.c_str()); }
+void Segment::unlink(const std::string& name) { Sys::discard(Sys::calls().shm_unlink(name.c_str())); }
 
 } // namespace Pond

@@ -253,7 +253,7 @@ char threadState(pid_t pid, pid_t tid) {
    if (!fd.ok()) return 0;
    char buf[512];
    Sys::Result n = sys.read(static_cast<int>(fd.value), buf, sizeof buf - 1);
-   sys.close(static_cast<int>(fd.value));
+   Sys::discard(sys.close(static_cast<int>(fd.value)));
    if (!n.ok() || n.value <= 0) return 0;
    buf[n.value] = 0;
    const char* paren = std::strrchr(buf, ')'); // the command name may hold anything

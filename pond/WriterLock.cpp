@@ -46,7 +46,7 @@ WriterLock::WriterLock(const std::string& path, const std::string& table) : path
                            : !sys.fstat(static_cast<int>(r.value), &st).ok() ? std::string("cannot be examined")
                                                                              : distrust(st, self);
          if (!why.empty()) {
-            if (r.ok()) sys.close(static_cast<int>(r.value));
+            if (r.ok()) Sys::discard(sys.close(static_cast<int>(r.value)));
             if (!sys.unlink(path.c_str()).ok())
                throw Gant::TableError("table " + table + ": lock file " + path + " is " + why +
                                         ", and it cannot be replaced");
@@ -72,7 +72,7 @@ WriterLock::WriterLock(const std::string& path, const std::string& table) : path
 // The name is removed while the lock is still held, so that a writer that
 // opened it meanwhile finds, once it holds the lock, that the name is gone.
 WriterLock::~WriterLock() {
-   if (fd_) Sys::calls().unlink(path_.c_str());
+   if (fd_) Sys::discard(Sys::calls().unlink(path_.c_str()));
 }
 
 } // namespace Pond
