@@ -224,9 +224,13 @@ bool CollectionWriter::upsert(const void* record) {
 }
 
 bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t bucket) {
-   if (free_.empty() || bucket == UINT32_MAX)
+   if (free_.empty())
       throw FullError(std::string("collection '") + m_.header->name + "' is full (" +
                       std::to_string(m_.capacity) + " records)");
+   // A writer never fills the index past half.
+   if (bucket == UINT32_MAX)
+      throw CorruptError(std::string("collection '") + m_.header->name +
+                         "' is corrupt: its index has no empty bucket");
    const uint32_t slot = free_.front();
    free_.pop_front();
    beginChange();

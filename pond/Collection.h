@@ -246,6 +246,14 @@ class CollectionWriter {
       armed_ = armed;
    }
 
+   // Who hears that a commit found the segment corrupt, and of which key:
+   // the table's owner, which still notifies the key.
+   using CorruptHandler = std::function<void(const std::string& what, const void* key)>;
+   void corruptHandlerIs(CorruptHandler h) { onCorrupt_ = std::move(h); }
+   void corrupted(const std::string& what, const void* key) const {
+      if (onCorrupt_) onCorrupt_(what, key);
+   }
+
    // A new segment: everything empty.
    void initialize();
    // Whether a segment left by an earlier writer can be repaired in
@@ -257,7 +265,8 @@ class CollectionWriter {
    uint32_t recover();
 
    // Insert or replace; false (and no change entry) when the stored record
-   // is identical. Throws FullError when a new key finds no free slot.
+   // is identical. Throws FullError when a new key finds no free slot,
+   // CorruptError when the segment's index was written over.
    bool upsert(const void* record);
    bool remove(const void* key);
    void removeAll();
@@ -377,11 +386,19 @@ class CollectionWriter {
    const uint32_t* armed_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
    std::vector<unsigned char> scratch_; // a record's room, for notify
+   CorruptHandler onCorrupt_;
    uint32_t size_ = 0;
 };
 
 // A new key finds no free slot.
 class FullError : public Gant::TableError {
+ public:
+   using Gant::TableError::TableError;
+};
+
+// The writer found its own segment holding what no writer writes: another
+// process wrote over it.
+class CorruptError : public Gant::TableError {
  public:
    using Gant::TableError::TableError;
 };
