@@ -75,9 +75,3 @@ function(mcastfib_layer name)
   set(generated_headers ${generated_headers} ${gen_headers} PARENT_SCOPE)
   set(test_sources ${test_sources} ${tests} PARENT_SCOPE)
 endfunction()
-
-# The staged include directories of a layer, for a target that sits on it.
-function(mcastfib_layer_includes target layer)
-  target_include_directories(${target} PRIVATE
-    ${CMAKE_BINARY_DIR}/layers/${layer}/src ${CMAKE_BINARY_DIR}/layers/${layer}/gen)
-endfunction()
