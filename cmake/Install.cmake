@@ -4,6 +4,8 @@ include(CMakePackageConfigHelpers)
 install(TARGETS mcastfib EXPORT McastFibTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# The public headers only: a layer's internal headers (mcastfib_layer
+# INTERNAL) stay behind, and install_consumer builds against what is left.
 foreach(h IN LISTS public_headers)
   file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR} ${h})
   get_filename_component(d ${rel} DIRECTORY)

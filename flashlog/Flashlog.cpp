@@ -39,7 +39,7 @@ Sink fdSink(int fd) {
       out.reserve(line.size() + 1);
       out.append(line).append(1, '\n');
       // Tracing never fails its caller: a short or failed write loses the line.
-      Sys::calls().write(fd, out.data(), out.size());
+      Sys::discard(Sys::calls().write(fd, out.data(), out.size()));
    };
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// The three kinds of failure the library reports by exception.
+// The kinds of failure the library reports by exception.
 #include <stdexcept>
 #include <string>
 
@@ -34,6 +34,14 @@ class ParseError : public std::invalid_argument {
 class UnsupportedOperation : public std::logic_error {
  public:
    explicit UnsupportedOperation(const std::string& text) : std::logic_error(text) {}
+};
+
+// A shared table that cannot be used as asked: another live writer holds
+// it, its segment or socket path belongs to someone else, a collection is
+// full, or the segment holds what no writer writes. what() says which table.
+class TableError : public std::runtime_error {
+ public:
+   explicit TableError(const std::string& text) : std::runtime_error(text) {}
 };
 
 } // namespace Gant

@@ -57,7 +57,7 @@ void EpollLoop::unwatch(uint64_t id) noexcept {
       watchOfFd_.erase(registered);
       // Fails harmlessly when the descriptor was closed first: closing
       // already took it out of the epoll set.
-      Sys::calls().epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+      Sys::discard(Sys::calls().epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr));
    }
    watches_.erase(it);
 }

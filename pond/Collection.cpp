@@ -1,4 +1,5 @@
 #include "pond/Collection.h"
+#include "pond/Probe.h"
 #include "pond/WordCopy.h"
 #include "pond/Wake.h"
 #include "sys/Calls.h"
@@ -79,8 +80,42 @@ Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen) {
    const Held why = m.liveness.held ? m.liveness.held(m.liveness.context) : Held::dead;
    // What the owner saw may postdate the change that held the word.
    if (why != Held::wait && loadAcquire(word) == seen) return why;
-   Sys::calls().nanosleep(200 * 1000);
+   Sys::discard(Sys::calls().nanosleep(200 * 1000)); // a pause; cut short, it is only shorter
    return Held::wait;
+}
+
+Lookup lookupSlow(const CollectionMap& m, const void* key, std::size_t keyBytes, uint32_t hash, void* out,
+                  std::size_t bytes) {
+   const uint8_t tag = bucketTag(hash);
+   for (int attempt = 0;; ++attempt) {
+      const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
+      if (indexSeq & 1) {
+         if (attempt >= kMaxReadSpins) {
+            attempt = 0;
+            const Held why = whyHeld(m, m.header->indexSeq, indexSeq);
+            if (why == Held::dead) return {ReadStatus::stuck, 0, 0};
+            if (why == Held::damaged) return {ReadStatus::corrupt, 0, 0};
+         }
+         cpuRelax();
+         continue;
+      }
+      for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
+         const uint32_t pos = (hash + probe) & m.bucketMask;
+         const uint8_t t = loadTag(m.tags, pos);
+         if (t == kTagEmpty) break;
+         if (t != tag) continue;
+         const uint32_t slot = loadRelaxed(m.slotNumbers[pos]);
+         if (slot >= m.capacity) return {ReadStatus::corrupt, 0, 0};
+         uint32_t seq = 0;
+         ReadStatus r = readSlotInto(m, slot, out, bytes, seq);
+         if (r == ReadStatus::found && std::memcmp(out, key, keyBytes) == 0) return {ReadStatus::found, slot, seq};
+         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return {r, 0, 0};
+      }
+      // Read across several words of tags: not found is true only if no
+      // entry moved meanwhile.
+      acquireFence();
+      if (loadRelaxed(m.header->indexSeq) == indexSeq) return {ReadStatus::absent, 0, 0};
+   }
 }
 
 ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) const {
@@ -189,9 +224,13 @@ bool CollectionWriter::upsert(const void* record) {
 }
 
 bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t bucket) {
-   if (free_.empty() || bucket == UINT32_MAX)
+   if (free_.empty())
       throw FullError(std::string("collection '") + m_.header->name + "' is full (" +
                       std::to_string(m_.capacity) + " records)");
+   // A writer never fills the index past half.
+   if (bucket == UINT32_MAX)
+      throw CorruptError(std::string("collection '") + m_.header->name +
+                         "' is corrupt: its index has no empty bucket");
    const uint32_t slot = free_.front();
    free_.pop_front();
    beginChange();
@@ -216,6 +255,11 @@ bool CollectionWriter::remove(const void* key) {
    storeRelease(m_.header->size, --size_);
    enqueue(slot, k);
    return true;
+}
+
+void CollectionWriter::setBucket(uint32_t bucket, uint32_t slot, uint8_t tag) {
+   storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
+   storeTag(m_.tags, bucket, tag, std::memory_order_release);
 }
 
 void CollectionWriter::removeEntry(uint32_t bucket) {

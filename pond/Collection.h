@@ -6,6 +6,7 @@
 // names a slot and is published after the slot is written; removal moves
 // later entries back under an odd indexSeq; every change appends a
 // sequence-numbered entry to the change queue.
+#include "gant/Error.h"
 #include "pond/Layout.h"
 #include "pond/WordCopy.h"
 
@@ -69,51 +70,6 @@ struct CollectionMap {
    unsigned char* entryKey(QueueEntryHeader* e) const { return reinterpret_cast<unsigned char*>(e + 1); }
 };
 
-// How long a reader spins on a slot or index left mid-change before it
-// asks why.
-constexpr int kMaxReadSpins = 20000;
-
-// Why a word seen odd, at value seen, stays odd. A writer holds a slot or
-// the index mid-change only inside one of its changes, which keep the
-// entry at the queue's head odd: with that entry even and the word still
-// at seen, no writer is changing it. Otherwise the table's owner is asked;
-// wait comes after a short sleep.
-[[gnu::cold]] Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen);
-
-inline void cpuRelax() {
-#if defined(__i386__) || defined(__x86_64__)
-   __builtin_ia32_pause();
-#endif
-}
-
-// Seqlock read of slot i's record into out (bytes bytes). found or absent
-// with the slot's seq (and, when asked, the check written with it); stuck
-// when the slot stays mid-write because its writer died, corrupt when no
-// writer is writing it.
-inline ReadStatus readSlotInto(const CollectionMap& m, uint32_t i, void* out, std::size_t bytes, uint32_t& seq,
-                               uint32_t* check = nullptr) {
-   SlotHeader* s = m.slot(i);
-   for (int spin = 0;; ++spin) {
-      uint32_t s1 = loadAcquire(s->seq);
-      if (s1 & kSeqWriting) {
-         if (spin >= kMaxReadSpins) {
-            spin = 0;
-            const Held why = whyHeld(m, s->seq, s1);
-            if (why == Held::dead) return ReadStatus::stuck;
-            if (why == Held::damaged) return ReadStatus::corrupt;
-         }
-         cpuRelax();
-         continue;
-      }
-      if (check) *check = loadGuarded(s->check);
-      copyFromShared(out, m.slotData(i), bytes);
-      acquireFence();
-      if (loadRelaxed(s->seq) != s1) continue;
-      seq = s1;
-      return s1 & kSeqLive ? ReadStatus::found : ReadStatus::absent;
-   }
-}
-
 // ---- index tags, only ever accessed as whole words ----------------------
 
 constexpr uint32_t kTagsPerWord = kWordSize;
@@ -122,16 +78,6 @@ constexpr Word kTagHighs = kTagOnes << 7;  // 0x80 in every byte
 
 inline Word loadTagWord(const uint8_t* tags, uint32_t word) {
    return loadAcquire(reinterpret_cast<const Word*>(tags)[word]);
-}
-inline uint8_t loadTag(const uint8_t* tags, uint32_t pos) {
-   return static_cast<uint8_t>(loadTagWord(tags, pos / kTagsPerWord) >> (8 * (pos % kTagsPerWord)));
-}
-// The writer's store of one tag: the tag's word, rewritten whole (the writer
-// is the only one to store there, so reading the word first is safe).
-inline void storeTag(uint8_t* tags, uint32_t pos, uint8_t tag, std::memory_order order) {
-   Word* w = reinterpret_cast<Word*>(tags) + pos / kTagsPerWord;
-   const unsigned shift = 8 * (pos % kTagsPerWord);
-   std::atomic_ref<Word>(*w).store((*w & ~(Word(0xff) << shift)) | Word(tag) << shift, order);
 }
 // 0x80 in the lowest zero byte of x, and maybe in bytes above it, never
 // below: the borrow of the subtraction only runs upwards.
@@ -179,39 +125,8 @@ struct Lookup {
 // The lookup's every case, with retries: records mid-write, entries moving
 // under the probe, tags that match another key, a corrupt segment. Out of
 // line, so that the common path below stays short.
-template <std::size_t Bytes, class Key>
-[[gnu::noinline, gnu::cold]] Lookup lookupSlow(const CollectionMap& m, const Key& key, uint32_t hash, void* out) {
-   const uint8_t tag = bucketTag(hash);
-   for (int attempt = 0;; ++attempt) {
-      const uint32_t indexSeq = loadAcquire(m.header->indexSeq);
-      if (indexSeq & 1) {
-         if (attempt >= kMaxReadSpins) {
-            attempt = 0;
-            const Held why = whyHeld(m, m.header->indexSeq, indexSeq);
-            if (why == Held::dead) return {ReadStatus::stuck, 0, 0};
-            if (why == Held::damaged) return {ReadStatus::corrupt, 0, 0};
-         }
-         cpuRelax();
-         continue;
-      }
-      for (uint32_t probe = 0; probe <= m.bucketMask; ++probe) {
-         const uint32_t pos = (hash + probe) & m.bucketMask;
-         const uint8_t t = loadTag(m.tags, pos);
-         if (t == kTagEmpty) break;
-         if (t != tag) continue;
-         const uint32_t slot = loadRelaxed(m.slotNumbers[pos]);
-         if (slot >= m.capacity) return {ReadStatus::corrupt, 0, 0};
-         uint32_t seq = 0;
-         ReadStatus r = readSlotInto(m, slot, out, Bytes, seq);
-         if (r == ReadStatus::found && equalBytes<sizeof(Key)>(out, &key)) return {ReadStatus::found, slot, seq};
-         if (r == ReadStatus::stuck || r == ReadStatus::corrupt) return {r, 0, 0};
-      }
-      // Read across several words of tags: not found is true only if no
-      // entry moved meanwhile.
-      acquireFence();
-      if (loadRelaxed(m.header->indexSeq) == indexSeq) return {ReadStatus::absent, 0, 0};
-   }
-}
+[[gnu::cold]] Lookup lookupSlow(const CollectionMap& m, const void* key, std::size_t keyBytes, uint32_t hash,
+                                void* out, std::size_t bytes);
 
 // Reads slot's record into out if it is a live, whole record of key: the
 // end of every lookup that found a tag.
@@ -219,7 +134,7 @@ template <std::size_t Bytes, class Key>
 [[gnu::always_inline]] inline Lookup readFound(const CollectionMap& m, const Key& key, uint32_t hash, uint32_t slot,
                                                void* out) {
    if (slot >= m.capacity) [[unlikely]]
-      return lookupSlow<Bytes>(m, key, hash, out);
+      return lookupSlow(m, &key, sizeof(Key), hash, out, Bytes);
    constexpr uint32_t stride = slotStrideFor(Bytes);
    auto* s = reinterpret_cast<SlotHeader*>(m.slots + std::size_t(slot) * stride);
    const uint32_t s1 = loadAcquire(s->seq);
@@ -227,7 +142,7 @@ template <std::size_t Bytes, class Key>
    acquireFence();
    // One test for the rare cases: mid-write, freed, rewritten or another key.
    if (keyDiff | ((s1 & (kSeqWriting | kSeqLive)) ^ kSeqLive) | (loadRelaxed(s->seq) ^ s1)) [[unlikely]]
-      return lookupSlow<Bytes>(m, key, hash, out);
+      return lookupSlow(m, &key, sizeof(Key), hash, out, Bytes);
    return {ReadStatus::found, slot, s1};
 }
 
@@ -247,7 +162,7 @@ template <std::size_t Bytes, class Key>
       acquireFence();
       if (empties != 0 && ((indexSeq & 1) | (loadRelaxed(m.header->indexSeq) ^ indexSeq)) == 0)
          return {ReadStatus::absent, 0, 0};
-      return lookupSlow<Bytes>(m, key, hash, out);
+      return lookupSlow(m, &key, sizeof(Key), hash, out, Bytes);
    }
    const uint32_t bucket = (pos + static_cast<uint32_t>(std::countr_zero(before)) / kMaskBitsPerBucket) & m.bucketMask;
    return readFound<Bytes>(m, key, hash, loadRelaxed(m.slotNumbers[bucket]), out);
@@ -331,6 +246,14 @@ class CollectionWriter {
       armed_ = armed;
    }
 
+   // Who hears that a commit found the segment corrupt, and of which key:
+   // the table's owner, which still notifies the key.
+   using CorruptHandler = std::function<void(const std::string& what, const void* key)>;
+   void corruptHandlerIs(CorruptHandler h) { onCorrupt_ = std::move(h); }
+   void corrupted(const std::string& what, const void* key) const {
+      if (onCorrupt_) onCorrupt_(what, key);
+   }
+
    // A new segment: everything empty.
    void initialize();
    // Whether a segment left by an earlier writer can be repaired in
@@ -342,7 +265,8 @@ class CollectionWriter {
    uint32_t recover();
 
    // Insert or replace; false (and no change entry) when the stored record
-   // is identical. Throws FullError when a new key finds no free slot.
+   // is identical. Throws FullError when a new key finds no free slot,
+   // CorruptError when the segment's index was written over.
    bool upsert(const void* record);
    bool remove(const void* key);
    void removeAll();
@@ -449,10 +373,7 @@ class CollectionWriter {
    void enqueue(uint32_t slot, const void* key);
    // Points bucket at slot: the slot number first, then the tag that
    // publishes it (a reader that sees the tag sees the number).
-   void setBucket(uint32_t bucket, uint32_t slot, uint8_t tag) {
-      storeRelaxed(m_.slotNumbers[bucket], static_cast<uint16_t>(slot));
-      storeTag(m_.tags, bucket, tag, std::memory_order_release);
-   }
+   void setBucket(uint32_t bucket, uint32_t slot, uint8_t tag);
    // Empties bucket and moves the entries after it back, so that every
    // entry stays reachable from its home bucket without crossing an empty.
    void removeEntry(uint32_t bucket);
@@ -465,12 +386,21 @@ class CollectionWriter {
    const uint32_t* armed_ = nullptr;
    std::deque<uint32_t> free_; // FIFO: a freed slot is reused last
    std::vector<unsigned char> scratch_; // a record's room, for notify
+   CorruptHandler onCorrupt_;
    uint32_t size_ = 0;
 };
 
-class FullError : public std::runtime_error {
+// A new key finds no free slot.
+class FullError : public Gant::TableError {
  public:
-   using std::runtime_error::runtime_error;
+   using Gant::TableError::TableError;
+};
+
+// The writer found its own segment holding what no writer writes: another
+// process wrote over it.
+class CorruptError : public Gant::TableError {
+ public:
+   using Gant::TableError::TableError;
 };
 
 } // namespace Pond

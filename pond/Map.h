@@ -76,7 +76,15 @@ class MapWriter {
    void commit(const R* r) {
       GANT_ASSERT_TEXT(open_ && staged_ && r == &*staged_, "PondMap::directCommit() in no man's land");
       open_ = false;
-      c_.upsert(r);
+      try {
+         c_.upsert(r);
+      } catch (const CorruptError& e) {
+         // The table's owner hears of it and notifies the key; the caller
+         // still gets the error.
+         const Key k = r->key();
+         c_.corrupted(e.what(), &k);
+         throw;
+      }
    }
 
  private:

@@ -41,7 +41,7 @@ Segment::~Segment() { release(); }
 
 void Segment::release() noexcept {
    guard_.reset(); // before the range can be mapped again by anyone
-   if (base_) Sys::calls().munmap(base_, size_);
+   if (base_) Sys::discard(Sys::calls().munmap(base_, size_));
    base_ = nullptr;
    size_ = 0;
 }
@@ -94,11 +94,11 @@ Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t
          if ((st.st_mode & 07777) != mode) Sys::check(sys.fchmod(s.fd_.get(), mode), "fchmod");
          break;
       }
-      if (r.ok()) sys.close(static_cast<int>(r.value));
+      if (r.ok()) Sys::discard(sys.close(static_cast<int>(r.value)));
       // Never reopened: a new object under the name, or nothing.
       FLASHLOG(trace, 1, "replacing shared segment ", name, ": it is ", why);
       if (!sys.shm_unlink(name.c_str()).ok())
-         throw std::runtime_error("shared segment " + name + " is " + why + ", and it cannot be replaced");
+         throw Gant::TableError("shared segment " + name + " is " + why + ", and it cannot be replaced");
    }
    Sys::Result m = sys.mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, s.fd_.get(), 0);
    s.base_ = reinterpret_cast<void*>(Sys::check(m, "mmap"));
@@ -118,7 +118,7 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
    struct stat st{};
    Sys::check(sys.fstat(s.fd_.get(), &st), "fstat");
    if (static_cast<std::size_t>(st.st_size) < minSize)
-      throw std::runtime_error("shared segment " + name + " is " + std::to_string(st.st_size) +
+      throw Gant::TableError("shared segment " + name + " is " + std::to_string(st.st_size) +
                                " bytes, expected " + std::to_string(minSize));
    const std::size_t size = static_cast<std::size_t>(st.st_size);
    s.owner_ = st.st_uid;
@@ -130,6 +130,6 @@ Segment Segment::openForReader(const std::string& name, std::size_t minSize) {
    return s;
 }
 
-void Segment::unlink(const std::string& name) { Sys::calls().shm_unlink(name.c_str()); }
+void Segment::unlink(const std::string& name) { Sys::discard(Sys::calls().shm_unlink(name.c_str())); }
 
 } // namespace Pond

@@ -54,7 +54,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
          segment_ = Segment();
          Segment::unlink(name);
          segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
-         if (!created) throw std::runtime_error("shared segment " + name + " was recreated by another process");
+         if (!created) throw Gant::TableError("shared segment " + name + " was recreated by another process");
       }
    }
    SegmentHeader* h = header();
@@ -253,7 +253,7 @@ char threadState(pid_t pid, pid_t tid) {
    if (!fd.ok()) return 0;
    char buf[512];
    Sys::Result n = sys.read(static_cast<int>(fd.value), buf, sizeof buf - 1);
-   sys.close(static_cast<int>(fd.value));
+   Sys::discard(sys.close(static_cast<int>(fd.value)));
    if (!n.ok() || n.value <= 0) return 0;
    buf[n.value] = 0;
    const char* paren = std::strrchr(buf, ')'); // the command name may hold anything

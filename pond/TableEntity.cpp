@@ -13,7 +13,15 @@ TableEntity::TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Po
 void TableEntity::openWriter(const std::string& mountPath, Loop::EventLoop* loop, const Pond::Options& options) {
    GANT_ASSERT(!writer_ && !reader_);
    writer_ = std::make_unique<Pond::TableWriter>(mountPath, shape_, codecs_, loop, options);
-   for (std::size_t c = 0; c < shape_.collections.size(); ++c) views_[c] = &writer_->view(c);
+   for (std::size_t c = 0; c < shape_.collections.size(); ++c) {
+      views_[c] = &writer_->view(c);
+      // A commit that finds the segment corrupt: reported like a reader's
+      // find, and the key still notified before the error goes on.
+      writer_->collection(c).corruptHandlerIs([this, c](const std::string& what, const void* key) {
+         onCorrupt(what);
+         tableChanged(c, key);
+      });
+   }
    bindCollections();
 }
 

@@ -26,6 +26,9 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    bool tableReady() const noexcept { return writer_ || (reader_ && reader_->ready()); }
    Pond::TableWriter* tableWriter() const noexcept { return writer_.get(); }
    Pond::TableReader* tableReader() const noexcept { return reader_.get(); }
+   // The text of the last corruption met (by a reader's lookups, or by the
+   // writer's commit), or empty.
+   const std::string& corruption() const noexcept { return corruption_; }
 
  protected:
    TableEntity(Gant::Name name, Pond::TableShape shape, std::vector<Pond::CollectionCodec> codecs);
@@ -41,8 +44,6 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    // writer's side, the mapped table on a reader's, and nothing ("absent")
    // before either is open or mounted. One load away, for the lookups.
    const Pond::CollectionReader& collectionView(std::size_t c) const { return *views_[c]; }
-   // The text of the last corruption a reader met, or empty.
-   const std::string& corruption() const noexcept { return corruption_; }
    // Refuses a write on a reader's side: readers never write.
    void requireWriter() const;
 

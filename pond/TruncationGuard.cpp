@@ -127,7 +127,7 @@ void install() {
    action.sa_sigaction = onSigbus;
    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
    sigemptyset(&action.sa_mask);
-   ::sigaction(SIGBUS, &action, &previous);
+   Sys::check(Sys::calls().sigaction(SIGBUS, &action, &previous), "sigaction");
 }
 
 } // namespace

@@ -103,7 +103,7 @@ WakeServer::~WakeServer() {
    // Only our own socket: the path may name a successor's by now.
    struct stat st{};
    if (Sys::calls().lstat(path_.c_str(), &st).ok() && st.st_dev == listen_.dev && st.st_ino == listen_.ino)
-      Sys::calls().unlink(path_.c_str());
+      Sys::discard(Sys::calls().unlink(path_.c_str()));
 }
 
 WakeServer::Listener WakeServer::listenAtPath() {
@@ -128,7 +128,7 @@ WakeServer::Listener WakeServer::listenAtPath() {
       l.ino = st.st_ino;
       Sys::check(sys.listen(l.fd.get(), 64), "listen");
    } catch (...) {
-      sys.unlink(path_.c_str());
+      Sys::discard(sys.unlink(path_.c_str()));
       throw;
    }
    return l;
@@ -143,7 +143,7 @@ void WakeServer::clearPath(uid_t ours) {
    const bool stale = S_ISSOCK(st.st_mode) && st.st_uid == ours;
    r = sys.unlink(path_.c_str());
    if (!r.ok() && r.err != ENOENT) {
-      throw std::runtime_error("wake socket path " + path_ + " is taken by uid " + std::to_string(st.st_uid) +
+      throw Gant::TableError("wake socket path " + path_ + " is taken by uid " + std::to_string(st.st_uid) +
                                (stale ? "" : S_ISSOCK(st.st_mode) ? " (a socket not ours)" : " (not a socket)") +
                                " and cannot be removed: " + std::strerror(r.err));
    }
@@ -172,7 +172,8 @@ void WakeServer::accept() {
       } else {
          // Told, so that it does not wait for wakes that never come.
          FLASHLOG(trace, 5, "refusing a reader at ", path_, ": ", conns_.size(), " already");
-         Sys::calls().sendto(fd.get(), kRefusal, std::strlen(kRefusal), MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+         Sys::discard(
+             Sys::calls().sendto(fd.get(), kRefusal, std::strlen(kRefusal), MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0));
       }
    }
 }
@@ -253,8 +254,8 @@ void WakeServer::wake(Conn& c) {
    }
    // A full pipe or socket already holds a wake the reader has not read.
    char byte = 1;
-   if (c.wakePipe) Sys::calls().write(c.wakePipe.get(), &byte, 1);
-   else Sys::calls().sendto(c.fd.get(), &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+   if (c.wakePipe) Sys::discard(Sys::calls().write(c.wakePipe.get(), &byte, 1));
+   else Sys::discard(Sys::calls().sendto(c.fd.get(), &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0));
 }
 
 void WakeServer::wakeArmed() {

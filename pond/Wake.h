@@ -50,7 +50,7 @@ class WakeServer {
    // Whatever is at `path` is replaced only when it is a socket of our own
    // uid (one an earlier writer left; that no writer lives is the caller's
    // lock's job) or when we may remove it anyway (root). Otherwise throws
-   // std::runtime_error naming the path and its owner.
+   // Gant::TableError naming the path and its owner.
    WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& loop, std::function<uint32_t()> changes,
               std::size_t maxReaders = 256);
    ~WakeServer();

@@ -46,9 +46,9 @@ WriterLock::WriterLock(const std::string& path, const std::string& table) : path
                            : !sys.fstat(static_cast<int>(r.value), &st).ok() ? std::string("cannot be examined")
                                                                              : distrust(st, self);
          if (!why.empty()) {
-            if (r.ok()) sys.close(static_cast<int>(r.value));
+            if (r.ok()) Sys::discard(sys.close(static_cast<int>(r.value)));
             if (!sys.unlink(path.c_str()).ok())
-               throw std::runtime_error("table " + table + ": lock file " + path + " is " + why +
+               throw Gant::TableError("table " + table + ": lock file " + path + " is " + why +
                                         ", and it cannot be replaced");
             continue;
          }
@@ -56,7 +56,7 @@ WriterLock::WriterLock(const std::string& path, const std::string& table) : path
       Sys::Fd fd(static_cast<int>(Sys::check(r, "open")));
       Sys::Result locked = sys.flock(fd.get(), LOCK_EX | LOCK_NB);
       if (!locked.ok()) {
-         if (locked.err == EWOULDBLOCK) throw std::runtime_error("table " + table + " already has a live writer");
+         if (locked.err == EWOULDBLOCK) throw Gant::TableError("table " + table + " already has a live writer");
          Sys::check(locked, "flock");
       }
       struct stat held{}, named{};
@@ -66,13 +66,13 @@ WriterLock::WriterLock(const std::string& path, const std::string& table) : path
          return;
       }
    }
-   throw std::runtime_error("table " + table + ": lock file " + path + " keeps changing under its writer");
+   throw Gant::TableError("table " + table + ": lock file " + path + " keeps changing under its writer");
 }
 
 // The name is removed while the lock is still held, so that a writer that
 // opened it meanwhile finds, once it holds the lock, that the name is gone.
 WriterLock::~WriterLock() {
-   if (fd_) Sys::calls().unlink(path_.c_str());
+   if (fd_) Sys::discard(Sys::calls().unlink(path_.c_str()));
 }
 
 } // namespace Pond

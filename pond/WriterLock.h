@@ -18,7 +18,7 @@ class WriterLock {
    // Takes the lock, creating the file exclusively. A file at the path that
    // is not a regular file owned by this user, owner-only, is not trusted:
    // it is replaced where permissions allow, else refused. Throws
-   // std::runtime_error naming `table` when another writer is live.
+   // Gant::TableError naming `table` when another writer is live.
    WriterLock(const std::string& path, const std::string& table);
    ~WriterLock();
    WriterLock(const WriterLock&) = delete;

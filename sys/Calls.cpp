@@ -151,6 +151,9 @@ Result Calls::geteuid() {
 Result Calls::kill(pid_t pid, int sig) {
    return retryEintr([&] { return ::kill(pid, sig); });
 }
+Result Calls::sigaction(int sig, const struct sigaction* action, struct sigaction* previous) {
+   return once([&] { return ::sigaction(sig, action, previous); });
+}
 Result Calls::nanosleep(long ns) {
    return once([&] { return ::usleep(static_cast<useconds_t>(ns / 1000)); });
 }

@@ -10,6 +10,7 @@
 #include "sys/Result.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -88,6 +89,7 @@ class Calls {
    virtual Result gettid();
    // kill(pid, 0) asks whether pid exists (EPERM: it does, as another user).
    virtual Result kill(pid_t pid, int sig);
+   virtual Result sigaction(int sig, const struct sigaction* action, struct sigaction* previous);
    // Sleeps for ns nanoseconds (a wait bounded by the clock, not retried).
    virtual Result nanosleep(long ns);
 };

@@ -6,7 +6,7 @@ namespace Sys {
 
 void Fd::reset(int fd) noexcept {
    int old = std::exchange(fd_, fd);
-   if (old >= 0) calls().close(old);
+   if (old >= 0) discard(calls().close(old)); // nothing to do about it here
 }
 
 } // namespace Sys

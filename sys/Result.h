@@ -1,12 +1,13 @@
 #pragma once
 // What a system call returned, without errno: the value, and the error
 // number when it failed. Keeping err beside the value means nothing between
-// the call and its check can overwrite it.
+// the call and its check can overwrite it. A result is never dropped by
+// accident: where a failure changes nothing, discard() says so.
 #include <cerrno>
 
 namespace Sys {
 
-struct Result {
+struct [[nodiscard]] Result {
    long value = 0; // the call's return value; -1 when it failed
    int err = 0;    // errno of a failed call, 0 on success
 
@@ -17,6 +18,10 @@ struct Result {
 
    bool operator==(const Result&) const = default;
 };
+
+// Drops a result on purpose, where a failure changes nothing: a best-effort
+// wake-up, a clean-up on a path that is already failing.
+inline void discard(const Result&) noexcept {}
 
 // Runs `call` (which returns -1 and sets errno on failure) once more for as
 // long as a signal interrupts it. The one place the library retries EINTR.
