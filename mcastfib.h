@@ -47,5 +47,5 @@
 #include "pond/Map.h"
 #include "pond/Table.h"
 #include "pond/TableEntity.h"
-#include "fib/Route.h"
+#include "shmfib/Route.h"
 #include "shmfib/RouteTable.h"

@@ -1,4 +1,4 @@
-#include "fib/Route.h"
+#include "shmfib/Route.h"
 #include "gant/testlib/ValueContract.h"
 
 #include "gant/testlib/Thrown.h"

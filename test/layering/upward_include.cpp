@@ -1,4 +1,4 @@
-// Compiled with the FIB model layer's include path: its own headers are
-// found, the shared-memory MFIB's above it are not.
-#include "fib/Route.h"
+// Compiled with the FIB model layer's include path: the route record below
+// it is found, the shared-memory MFIB's route tables above it are not.
+#include "shmfib/Route.h"
 #include "shmfib/RouteTable.h"

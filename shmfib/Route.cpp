@@ -1,6 +1,6 @@
 // The route record's hand-written operations: the outgoing-interface set,
 // the (*,G) test, difference and masking, and the one-line summary.
-#include "fib/Route.h"
+#include "shmfib/Route.h"
 
 #include <bit>
 #include <cstdio>
