@@ -384,13 +384,14 @@ int tableCommand(std::span<const std::string> args, std::ostream& out) {
    if (action != "dump" && action != "watch") throw UsageError("unknown table action '" + action + "'");
    std::string prefix = "mcastfib";
    std::span<const std::string> rest = args.subspan(1);
-   if (!rest.empty() && rest[0] == "--prefix") {
-      expectArgs(rest, 2, 3);
+   while (!rest.empty() && rest[0].starts_with("-")) {
+      if (rest[0] != "--prefix") throw UsageError("unknown option '" + rest[0] + "'");
+      if (rest.size() < 2) throw UsageError("--prefix needs PREFIX");
       prefix = rest[1];
       rest = rest.subspan(2);
    }
+   if (rest.empty()) throw UsageError("missing TABLE");
    expectArgs(rest, 1, 1);
-   if (rest[0].starts_with("-")) throw UsageError("unknown option '" + rest[0] + "'");
    const Location at = locate(rest[0], prefix);
    Pond::Segment segment;
    try {
