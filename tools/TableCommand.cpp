@@ -34,7 +34,8 @@ const char* const tableDetails =
     "(/mcastfib.routing%2fmulticast%2f...), its file in /dev/shm, or its mount path\n"
     "(routing/multicast/routestatus/default/NAME) under PREFIX (default mcastfib).\n"
     "dump prints the writer's pid and liveness, the table's generation and\n"
-    "incarnation, then every record of every collection, ordered by key.\n"
+    "incarnation, then every record of every collection, ordered by key text, with\n"
+    "the attributes not at their default (bytes, for a type this build lacks).\n"
     "watch prints the same, then each record added, changed or removed as it\n"
     "happens, until the writer goes away or the tool is interrupted.";
 
@@ -115,6 +116,7 @@ struct Known {
    std::size_t size;
    Pond::CollectionCodec codec;
    bool (*valid)(const void* record);
+   void (*defaults)(void* out); // a default-constructed record's bytes
 };
 
 template <class R>
@@ -125,8 +127,14 @@ bool validRecord(const void* bytes) {
 }
 
 template <class R>
+void defaultRecord(void* out) {
+   const R r{};
+   std::memcpy(out, static_cast<const void*>(&r), sizeof r);
+}
+
+template <class R>
 constexpr Known known() {
-   return {R::gantTypeName, sizeof(R), Pond::Record<R>::codec(), &validRecord<R>};
+   return {R::gantTypeName, sizeof(R), Pond::Record<R>::codec(), &validRecord<R>, &defaultRecord<R>};
 }
 
 const Known* knownType(const Pond::CollectionShape& c) {
@@ -151,7 +159,10 @@ class Shown {
    explicit Shown(const Pond::CollectionShape& shape)
        : shape_(shape), known_(knownType(shape)),
          info_(known_ ? Gant::TypeRegistry::find(shape.recordType) : nullptr), scratch_(shape.recordSize / 8 + 1) {
-      if (info_) keyAttr_ = info_->attr("key") ? info_->attr("key") : &info_->attrs[0];
+      if (!info_) return;
+      keyAttr_ = info_->attr("key") ? info_->attr("key") : &info_->attrs[0];
+      known_->defaults(scratch_.data());
+      for (const Gant::AttrInfo& a : info_->attrs) defaults_.push_back(a.get(scratch_.data()).text());
    }
 
    const Pond::CollectionShape& shape() const { return shape_; }
@@ -170,16 +181,19 @@ class Shown {
       }
       return v.text();
    }
-   // The record's other attributes in their text form.
+   // The record's other attributes in their text form, those at their
+   // default left out.
    std::string recordText(const unsigned char* record) {
       if (!info_) return hex(record, shape_.recordSize);
       if (!known_->valid(record)) return "damaged record " + hex(record, shape_.recordSize);
       std::memcpy(scratch_.data(), record, shape_.recordSize);
       std::string out = "{";
-      for (const Gant::AttrInfo& a : info_->attrs) {
-         if (&a == keyAttr_) continue;
+      for (std::size_t i = 0; i < info_->attrs.size(); ++i) {
+         const Gant::AttrInfo& a = info_->attrs[i];
+         const std::string text = a.get(scratch_.data()).text();
+         if (&a == keyAttr_ || text == defaults_[i]) continue;
          if (out.size() > 1) out += ", ";
-         out += "'" + std::string(a.name) + "': " + a.get(scratch_.data()).text();
+         out += "'" + std::string(a.name) + "': " + text;
       }
       return out + "}";
    }
@@ -189,6 +203,7 @@ class Shown {
    const Known* known_;
    const Gant::TypeInfo* info_;
    const Gant::AttrInfo* keyAttr_ = nullptr;
+   std::vector<std::string> defaults_; // per attribute, its default's text
    std::vector<uint64_t> scratch_; // a record's bytes, aligned for reading as its type
 };
 
