@@ -145,6 +145,38 @@ std::string readLine(int fd) {
    return line;
 }
 
+// `mcastfib table watch SEGMENT` with its output on a pipe, once it has
+// printed its dump.
+struct Watcher {
+   pid_t pid = -1;
+   int fd = -1;
+   std::string dump;
+   explicit Watcher(const std::string& segment) {
+      int out[2];
+      EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+      pid = ::fork();
+      if (pid == 0) {
+         ::dup2(out[1], 1);
+         ::execl(tool.c_str(), tool.c_str(), "table", "watch", segment.c_str(), nullptr);
+         ::_exit(127);
+      }
+      ::close(out[1]);
+      fd = out[0];
+      for (std::string line = "-"; !line.empty() && !dump.ends_with("(capacity 1024)\n"); dump += line)
+         line = readLine(fd);
+   }
+   // Its wait status, once it has ended.
+   int end() {
+      int status = 0;
+      ::waitpid(std::exchange(pid, 0), &status, 0);
+      return status;
+   }
+   ~Watcher() {
+      ::close(fd);
+      if (pid > 0) ::kill(pid, SIGKILL), end();
+   }
+};
+
 TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    Pond::Options options;
    options.prefix = "mcastfib-tooltest-" + std::to_string(::getpid());
@@ -159,8 +191,7 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
       pid_t pid;
       std::string segment;
       ~Cleanup() {
-         ::kill(pid, SIGKILL);
-         ::waitpid(pid, nullptr, 0);
+         if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
          ::shm_unlink(segment.c_str());
       }
    } cleanup{pid, segment};
@@ -185,36 +216,24 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
                 std::string::npos);
    }
 
-   // watch: the same dump, then each change as it happens, then the writer's end.
-   int out[2];
-   ASSERT_EQ(::pipe2(out, O_CLOEXEC), 0);
-   const pid_t watcher = ::fork();
-   if (watcher == 0) {
-      ::dup2(out[1], 1);
-      ::execl(tool.c_str(), tool.c_str(), "table", "watch", segment.c_str(), nullptr);
-      ::_exit(127);
-   }
-   ::close(out[1]);
-   std::string shown;
-   while (!shown.ends_with("(capacity 1024)\n")) {
-      const std::string line = readLine(out[0]);
-      ASSERT_NE(line, "") << shown;
-      shown += line;
-   }
-   EXPECT_NE(shown.find(writerLine), std::string::npos) << shown;
+   // watch: the same dump, then each change as it happens, until the writer
+   // goes; or until a signal, which ends it as the signal would.
+   Watcher follows(segment), interrupted(segment);
+   for (Watcher* w : {&follows, &interrupted}) EXPECT_NE(w->dump.find(writerLine), std::string::npos) << w->dump;
+   ::kill(interrupted.pid, SIGTERM);
+   int status = interrupted.end();
+   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
    ASSERT_EQ(::write(commands[1], "c", 1), 1);
-   EXPECT_EQ(readLine(out[0]), "route changed (10.0.0.1,239.1.1.1) {'iif': Ethernet2}\n");
-   EXPECT_EQ(readLine(out[0]), "route removed (*,239.1.1.2)\n");
-   EXPECT_EQ(readLine(out[0]), "route added (10.0.0.3,239.1.1.3) {'iif': Ethernet3}\n");
+   EXPECT_EQ(readLine(follows.fd), "route changed (10.0.0.1,239.1.1.1) {'iif': Ethernet2}\n");
+   EXPECT_EQ(readLine(follows.fd), "route removed (*,239.1.1.2)\n");
+   EXPECT_EQ(readLine(follows.fd), "route added (10.0.0.3,239.1.1.3) {'iif': Ethernet3}\n");
    ASSERT_EQ(::write(commands[1], "q", 1), 1);
-   EXPECT_EQ(readLine(out[0]), "writer pid " + std::to_string(pid) + " gone\n");
-   int status = 0;
-   ::waitpid(watcher, &status, 0);
+   EXPECT_EQ(readLine(follows.fd), "writer pid " + std::to_string(pid) + " gone\n");
+   status = follows.end();
    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-   ::close(out[0]);
 
    // The segment outlives its writer, and says so.
-   ::waitpid(pid, nullptr, 0);
+   ::waitpid(std::exchange(cleanup.pid, 0), nullptr, 0);
    const Outcome after = runTool("table dump " + segment);
    EXPECT_EQ(after.status, 0) << after.err;
    EXPECT_NE(after.out.find("writer pid " + std::to_string(pid) + " gone, generation 1"), std::string::npos)
