@@ -2,6 +2,7 @@
 // refused with its status and message, never a core dump; and a live table,
 // written by another process, is dumped and watched.
 #include "loop/EpollLoop.h"
+#include "pond/WriterLock.h"
 #include "shmfib/RouteTable.h"
 
 #include <gtest/gtest.h>
@@ -116,7 +117,7 @@ Route route(const char* s, const char* g, const char* iif) {
 // The writer process: two routes, then on 'c' a change, a removal and an
 // addition, and on 'q' (or the test's end) it leaves as a writer does,
 // keeping its segment.
-[[noreturn]] void writer(const Pond::Options& options, const std::string& path, int commands, int ready) {
+void serve(const Pond::Options& options, const std::string& path, int commands, int ready) {
    Loop::EpollLoop loop;
    auto table = statusFactory("tooltest");
    table->openWriter(path, &loop, options);
@@ -132,7 +133,6 @@ Route route(const char* s, const char* g, const char* iif) {
       table->routeIs(route("10.0.0.3/32", "239.1.1.3/32", "Ethernet3"));
    });
    loop.runUntil([&] { return done; }, 60);
-   std::exit(0);
 }
 
 std::string readLine(int fd) {
@@ -186,13 +186,16 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    ASSERT_EQ(::pipe(commands), 0);
    ASSERT_EQ(::pipe(ready), 0);
    const pid_t pid = ::fork();
-   if (pid == 0) writer(options, path, commands[0], ready[1]);
+   if (pid == 0) serve(options, path, commands[0], ready[1]), ::_exit(0);
    struct Cleanup {
       pid_t pid;
       std::string segment;
       ~Cleanup() {
          if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
          ::shm_unlink(segment.c_str());
+         // Left by a writer that was killed.
+         const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+         ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
       }
    } cleanup{pid, segment};
    char c;
