@@ -130,7 +130,8 @@ void printUsage(const Command& c, std::ostream& out) {
 }
 
 void expectArgs(std::span<const std::string> args, std::size_t min, std::size_t max) {
-   if (args.size() < min) throw UsageError(args.empty() ? "missing arguments" : "missing arguments after '" + args.back() + "'");
+   if (args.size() < min)
+      throw UsageError(args.empty() ? "missing arguments" : "missing arguments after '" + args.back() + "'");
    if (args.size() > max) throw UsageError("unexpected argument '" + args[max] + "'");
 }
 

@@ -82,7 +82,8 @@ IpGenRouteKey build(RouteKeyType kind, std::span<const std::string> a) {
    case RouteKeyType::vxlanCoreSideFloodset: return makeRouteKeyVxlanCoreSideFloodset(vlan(a[1]));
    case RouteKeyType::ethGroup: return makeRouteKeyEthGroup(vlan(a[1]), argument<Pakto::EthAddr>("MAC address", a[2]));
    case RouteKeyType::mcastGroup:
-      return makeRouteKeyMcastGroup(::Multicast::Group::GroupKey(groupKind(a[1]), argument<uint16_t>("group index", a[2])));
+      return makeRouteKeyMcastGroup(
+          ::Multicast::Group::GroupKey(groupKind(a[1]), argument<uint16_t>("group index", a[2])));
    case RouteKeyType::evpnMultihomeFloodset:
       return makeRouteKeyEvpnMultihomeFloodset(
           vlan(a[1]), Pakto::IpGenAddr(argument<Pakto::IpAddr>("tunnel endpoint", a[2])));

@@ -346,7 +346,10 @@ class Table {
          return r.readSlot(i, record.data()) == Pond::ReadStatus::found &&
                 std::memcmp(record.data(), key.data(), keySize) == 0;
       };
-      if (auto it = seen_[c].find(key); it != seen_[c].end() && holds(it->second.slot)) return slot = it->second.slot, true;
+      if (auto it = seen_[c].find(key); it != seen_[c].end() && holds(it->second.slot)) {
+         slot = it->second.slot;
+         return true;
+      }
       for (uint32_t i = 0; i < shown_[c].shape().capacity; ++i)
          if (holds(i)) return slot = i, true;
       return false;
