@@ -9,6 +9,7 @@
 #include "platform/IntfId.h"
 #include "platform/IpGenAddr.h"
 
+#include <cctype>
 #include <iomanip>
 #include <iostream>
 
@@ -125,7 +126,8 @@ void printSynopsis(const Command& c, std::ostream& out) {
 
 void printUsage(const Command& c, std::ostream& out) {
    printSynopsis(c, out);
-   out << "\n" << c.summary << ".\n";
+   // The summary as a sentence.
+   out << "\n" << static_cast<char>(std::toupper(static_cast<unsigned char>(c.summary[0]))) << c.summary + 1 << ".\n";
    if (*c.details) out << "\n" << c.details << "\n";
 }
 
