@@ -226,16 +226,28 @@ std::optional<RouteKeyType> routeKeyTypeNamed(std::string_view name) noexcept {
 
 std::optional<IpGenRouteKey> parseRouteKeyChecked(std::string_view text, std::string& why) {
    why.clear();
+   // Blanks around a pasted key are not part of it.
+   const std::size_t first = text.find_first_not_of(" \t\n");
+   text = text.substr(std::min(first, text.size()));
+   text = text.substr(0, text.find_last_not_of(" \t\n") + 1);
    std::optional<IpGenRouteKey> key;
    try {
       Scan in(text, why);
       bool ok = false;
-      if (in.lit("Unknown Type")) ok = in.end(), key = invalidRouteKey();
-      else if (in.lit("(")) ok = prettyMroute(in, key);
-      else if (in.lit("vlan")) ok = prettyVlan(in, key);
-      else if (in.lit("Mcast Group Kind ")) ok = groupKey(in, key, " Index ") && in.end();
-      else if (text.starts_with("Value(")) ok = textForm(in, text, key);
-      else ok = in.fail("a route key: (S,G), (*,G), vlanN ..., Mcast Group Kind ... or Value(...)");
+      if (in.lit("Unknown Type")) {
+         key = invalidRouteKey();
+         ok = in.end();
+      } else if (in.lit("(")) {
+         ok = prettyMroute(in, key);
+      } else if (in.lit("vlan")) {
+         ok = prettyVlan(in, key);
+      } else if (in.lit("Mcast Group Kind ")) {
+         ok = groupKey(in, key, " Index ") && in.end();
+      } else if (text.starts_with("Value(")) {
+         ok = textForm(in, text, key);
+      } else {
+         ok = in.fail("a route key: (S,G), (*,G), vlanN ..., Mcast Group Kind ... or Value(...)");
+      }
       if (ok && !checkedKind(*key)) ok = in.bad("its prefixes lay out no route key kind");
       if (ok) return key;
    } catch (const std::exception& e) {

@@ -31,8 +31,8 @@ std::optional<RouteKeyType> routeKeyTypeNamed(std::string_view name) noexcept;
 //  - the IPv4 text form of every kind as RouteKey writes it (including the
 //    'vlanID' of the EVPN kind and the "'index': " of the group kind, which
 //    the asserting parse does not read back) and as that parse reads it.
-// Returns the key, or nothing with `why` set: never an assertion, never an
-// exception. A key whose prefixes lay out no kind (see checkedKind) is refused.
+// Blanks around the text are ignored. Returns the key, or nothing with `why`
+// set: never an assertion, never an exception. A key whose prefixes lay out no kind (see checkedKind) is refused.
 std::optional<IpGenRouteKey> parseRouteKeyChecked(std::string_view text, std::string& why);
 
 } // namespace Routing::Multicast::Fib
