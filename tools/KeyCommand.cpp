@@ -69,8 +69,8 @@ IpGenRouteKey mroute(const std::string& sText, const std::string& gText) {
 
 IpGenRouteKey build(RouteKeyType kind, std::span<const std::string> a) {
    // Each kind's fields, by its value.
-   static constexpr std::string_view fields[] = {"",         "VLAN", "VLAN",     "VLAN MAC",
-                                                 "GROUPKIND INDEX", "VLAN", "VLAN TEP", "SOURCE GROUP"};
+   static constexpr std::string_view fields[] = {
+       "", "VLAN", "VLAN", "VLAN MAC", "GROUPKIND INDEX", "VLAN", "VLAN TEP", "SOURCE GROUP"};
    const std::string_view want = fields[static_cast<unsigned>(kind)];
    const auto count = want.empty() ? 0 : 1 + static_cast<std::size_t>(std::count(want.begin(), want.end(), ' '));
    if (a.size() - 1 != count)
