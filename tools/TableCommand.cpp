@@ -284,10 +284,21 @@ class Table {
 
    // Mounts the table and prints what it holds.
    void dump() {
-      loop_.runUntil([&] { return follower_.ready || !follower_.failure.empty() || stopping(out_); }, 5);
+      // A damaged slot is reported before the mount is ready too: only a
+      // report that the mount does not follow within a moment refuses it.
+      double reportedAt = 0;
+      loop_.runUntil(
+          [&] {
+             if (!follower_.failure.empty() && reportedAt == 0) reportedAt = loop_.now();
+             return follower_.ready || stopping(out_) || (reportedAt != 0 && loop_.now() - reportedAt > 0.3);
+          },
+          5);
       checkStop(out_);
-      if (!follower_.failure.empty()) throw std::runtime_error("cannot read " + at_.segment + ": " + follower_.failure);
-      if (!follower_.ready) throw std::runtime_error("cannot read " + at_.segment + ": it did not mount within 5 s");
+      if (!follower_.ready) {
+         throw std::runtime_error("cannot read " + at_.segment + ": " +
+                                  (follower_.failure.empty() ? "it did not mount within 5 s" : follower_.failure));
+      }
+      follower_.notes.clear(); // the dump lists damaged slots itself
       const WriterState w = writerOf(segment_);
       char incarnation[24];
       std::snprintf(incarnation, sizeof incarnation, "%016llx", static_cast<unsigned long long>(w.incarnation));
@@ -332,7 +343,7 @@ class Table {
          }
       }
       std::sort(lines.begin(), lines.end());
-      out_ << shape.name << ": " << lines.size() << " records of " << shape.recordType << " (capacity "
+      out_ << shape.name << ": " << lines.size() << (lines.size() == 1 ? " record of " : " records of ") << shape.recordType << " (capacity "
            << shape.capacity << ")\n";
       for (const auto& [key, text] : lines) out_ << "  " << key << " " << text << "\n";
       for (const std::string& b : bad) out_ << b;

@@ -2,6 +2,7 @@
 // refused with its status and message, never a core dump; and a live table,
 // written by another process, is dumped and watched.
 #include "loop/EpollLoop.h"
+#include "pond/WordCopy.h"
 #include "pond/WriterLock.h"
 #include "shmfib/RouteTable.h"
 
@@ -189,8 +190,8 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
          ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
       }
    } cleanup{pid, segment};
-   char c;
-   ASSERT_EQ(::read(ready[0], &c, 1), 1);
+   char started;
+   ASSERT_EQ(::read(ready[0], &started, 1), 1);
 
    const std::string header = "table " + path + " of type Pond::Multicast::Fib::Status\nsegment " + segment;
    const std::string writerLine = "writer pid " + std::to_string(pid) + " alive, generation 1, incarnation ";
@@ -233,6 +234,29 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    EXPECT_NE(after.out.find("writer pid " + std::to_string(pid) + " gone, generation 1"), std::string::npos)
        << after.out;
    EXPECT_NE(after.out.find("route: 2 records"), std::string::npos) << after.out;
+
+   // Damage no writer made is shown as such, never read as a record: one
+   // record fails its check, another keeps a good check around an interface
+   // id that decodes to nothing.
+   const Pond::CollectionHeader c = Pond::layoutFor(Status::tableShape()).collections[0];
+   const int fd = ::shm_open(segment.c_str(), O_RDWR, 0);
+   auto* base = static_cast<unsigned char*>(::mmap(nullptr, c.queueOffset, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+   ::close(fd);
+   auto slot = [&](uint32_t i) { return reinterpret_cast<Pond::SlotHeader*>(base + c.slotsOffset + i * c.slotStride); };
+   std::vector<uint32_t> live;
+   for (uint32_t i = 0; i < c.capacity; ++i)
+      if (slot(i)->seq & Pond::kSeqLive) live.push_back(i);
+   ASSERT_EQ(live.size(), 2u);
+   reinterpret_cast<unsigned char*>(slot(live[0]) + 1)[c.recordSize - 1] ^= 0xff;
+   auto* record = reinterpret_cast<unsigned char*>(slot(live[1]) + 1);
+   std::memset(record + sizeof(Routing::Multicast::Fib::IpGenRouteKey), 0xff, sizeof(Pakto::IntfId));
+   slot(live[1])->check = Pond::recordCheck(slot(live[1])->seq, record, c.recordSize);
+   ::munmap(base, c.queueOffset);
+   const Outcome damaged = runTool("table dump " + segment);
+   EXPECT_EQ(damaged.status, 0) << damaged.err;
+   EXPECT_NE(damaged.out.find("\n  slot " + std::to_string(live[0]) + ": corrupt\n"), std::string::npos)
+       << damaged.out;
+   EXPECT_NE(damaged.out.find(") damaged record 0x"), std::string::npos) << damaged.out;
 }
 
 } // namespace
