@@ -2,13 +2,14 @@
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
+#include "tools/TableCommand.h"
 
 #include "flashlog/Flashlog.h"
-#include "gant/Codec.h"
 #include "gant/TypeInfo.h"
 #include "platform/IntfId.h"
 #include "platform/IpGenAddr.h"
 
+#include <cctype>
 #include <iomanip>
 #include <iostream>
 
@@ -17,9 +18,9 @@ namespace Tool {
 namespace {
 
 int prefix(std::span<const std::string> args, std::ostream& out) {
-   if (args.empty()) throw std::invalid_argument("prefix needs at least one prefix text");
+   expectArgs(args, 1, SIZE_MAX);
    for (const std::string& text : args) {
-      auto p = Gant::fromText<Pakto::IpGenPrefix>(text);
+      const auto p = argument<Pakto::IpGenPrefix>("prefix", text);
       out << Gant::toText(p) << "\n"
           << "  family    " << p.af() << "\n"
           << "  address   " << p.address() << "\n"
@@ -31,9 +32,9 @@ int prefix(std::span<const std::string> args, std::ostream& out) {
 }
 
 int intf(std::span<const std::string> args, std::ostream& out) {
-   if (args.empty()) throw std::invalid_argument("intf needs at least one interface name");
+   expectArgs(args, 1, SIZE_MAX);
    for (const std::string& name : args) {
-      Pakto::IntfId id(name);
+      const auto id = argument<Pakto::IntfId>("interface name", name);
       out << std::left << std::setw(20) << id.name() << " 0x" << std::hex << std::setw(16)
           << std::setfill('0') << std::right << id.value() << std::dec << std::setfill(' ') << "\n";
    }
@@ -41,6 +42,7 @@ int intf(std::span<const std::string> args, std::ostream& out) {
 }
 
 int types(std::span<const std::string> args, std::ostream& out) {
+   expectArgs(args, 0, 1);
    for (const Gant::TypeInfo* t : Gant::TypeRegistry::all()) {
       if (!args.empty() && std::string_view(t->name).find(args[0]) == std::string_view::npos) continue;
       out << t->name << (t->factory ? "  (entity)" : "") << "\n";
@@ -51,27 +53,31 @@ int types(std::span<const std::string> args, std::ostream& out) {
    return 0;
 }
 
-int traceHandles(std::span<const std::string>, std::ostream& out) {
+int traceHandles(std::span<const std::string> args, std::ostream& out) {
+   expectArgs(args, 0, 0);
    for (Flashlog::Handle* h : Flashlog::handles())
       out << std::left << std::setw(28) << h->name()
           << (h->level() < 0 ? std::string("off") : std::to_string(h->level())) << "\n";
    return 0;
 }
 
-int demo(std::span<const std::string>, std::ostream& out) {
+int demo(std::span<const std::string> args, std::ostream& out) {
+   expectArgs(args, 0, 0);
    // A guided tour of what the library knows, one command at a time.
-   auto step = [&](const char* cmd, std::initializer_list<std::string> args) {
-      std::vector<std::string> v(args);
+   auto step = [&](const char* cmd, std::initializer_list<std::string> list) {
+      std::vector<std::string> v(list);
       out << "$ mcastfib " << cmd;
-      for (auto& a : v) out << ' ' << (a.find(' ') == std::string::npos ? a : '"' + a + '"');
+      for (auto& a : v) out << ' ' << (a.find_first_of(" *()") == std::string::npos ? a : '"' + a + '"');
       out << "\n";
       findCommand(cmd)->run(v, out);
       out << "\n";
       if (stopping(out)) throw Stopped{};
    };
-   step("key", {"eth-group", "100", "01:00:5e:01:02:03"});
-   step("key", {"mroute", "10.0.0.0/8", "239.1.1.1/32"});
-   step("key", {"Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', 'vlanId': 10})"});
+   step("key", {"ethGroup", "100", "01:00:5e:01:02:03"});
+   step("key", {"mroute", "10.0.0.0/8", "239.1.1.1"});
+   step("key", {"(*,239.1.1.1)"});
+   step("key", {"vlan10 Floodset"});
+   step("key", {"Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'mcastGroup', 'kind': 19, 'index': 5})"});
    step("prefix", {"239.1.1.0/24", "ff3e::8000:1/128", "10.0.0.1"});
    step("intf", {"Ethernet3", "Ethernet1/2/3", "Port-Channel10", "Vlan100"});
    step("types", {"RouteKey"});
@@ -81,13 +87,20 @@ int demo(std::span<const std::string>, std::ostream& out) {
 
 const Command table[] = {
     {"routes", "", "a producer process writes a shared-memory route table while a reader process follows it",
-     routesCommand},
-    {"key", keyUsage, "build or parse a route key and show its kind, pretty text and text forms", keyCommand},
-    {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties", prefix},
-    {"intf", "NAME...", "encode interface names as interface ids", intf},
-    {"types", "[FILTER]", "list registered types and their attributes", types},
-    {"trace-handles", "", "list trace handles and their levels", traceHandles},
-    {"demo", "", "a short tour of the above", demo},
+     "The writer's table is removed when the command ends, however it ends.", routesCommand},
+    {"table", tableSynopsis, "print the records of a shared-memory table, or follow its changes", tableDetails,
+     tableCommand},
+    {"key", keySynopsis, "build or parse a route key and show its kind, pretty text and text forms", keyDetails,
+     keyCommand},
+    {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties",
+     "PREFIX is an address with or without its length: 239.1.1.0/24, ff3e::1, 10.0.0.1.", prefix},
+    {"intf", "NAME...", "encode interface names as interface ids", "NAME: Ethernet3, Ethernet1/2/3, Vlan100...",
+     intf},
+    {"types", "[FILTER]", "list registered types and their attributes",
+     "FILTER keeps the types whose full name holds it.", types},
+    {"trace-handles", "", "list trace handles and their levels", "", traceHandles},
+    {"demo", "", "a short tour of the above", "", demo},
+    {"help", "[COMMAND]", "list the commands, or show how to use one", "", nullptr},
 };
 
 } // namespace
@@ -98,6 +111,30 @@ const Command* findCommand(std::string_view name) {
    for (const Command& c : table)
       if (name == c.name) return &c;
    return nullptr;
+}
+
+void printSynopsis(const Command& c, std::ostream& out) {
+   std::string_view forms = c.synopsis;
+   const char* lead = "usage: ";
+   do {
+      const std::size_t nl = std::min(forms.find('\n'), forms.size());
+      out << lead << "mcastfib " << c.name << (nl ? " " : "") << forms.substr(0, nl) << "\n";
+      forms.remove_prefix(std::min(nl + 1, forms.size()));
+      lead = "       ";
+   } while (!forms.empty());
+}
+
+void printUsage(const Command& c, std::ostream& out) {
+   printSynopsis(c, out);
+   // The summary as a sentence.
+   out << "\n" << static_cast<char>(std::toupper(static_cast<unsigned char>(c.summary[0]))) << c.summary + 1 << ".\n";
+   if (*c.details) out << "\n" << c.details << "\n";
+}
+
+void expectArgs(std::span<const std::string> args, std::size_t min, std::size_t max) {
+   if (args.size() < min)
+      throw UsageError(args.empty() ? "missing arguments" : "missing arguments after '" + args.back() + "'");
+   if (args.size() > max) throw UsageError("unexpected argument '" + args[max] + "'");
 }
 
 } // namespace Tool

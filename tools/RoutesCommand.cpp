@@ -2,6 +2,7 @@
 // while a reader process follows it, as the MFIB's agents do.
 #include "tools/RoutesCommand.h"
 
+#include "tools/Commands.h"
 #include "tools/Signals.h"
 
 #include "gant/Error.h"
@@ -99,7 +100,8 @@ struct SegmentRemoval {
 
 } // namespace
 
-int routesCommand(std::span<const std::string>, std::ostream& out) {
+int routesCommand(std::span<const std::string> args, std::ostream& out) {
+   expectArgs(args, 0, 0);
    const auto writer = static_cast<pid_t>(Sys::calls().getpid().value);
    Pond::Options options;
    options.prefix = "mcastfib-demo-" + std::to_string(writer);

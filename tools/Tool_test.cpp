@@ -1,0 +1,262 @@
+// The mcastfib binary as a person uses it: every malformed command line is
+// refused with its status and message, never a core dump; and a live table,
+// written by another process, is dumped and watched.
+#include "loop/EpollLoop.h"
+#include "pond/WordCopy.h"
+#include "pond/WriterLock.h"
+#include "shmfib/RouteTable.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Pond::Multicast::Fib;
+
+const std::string tool = MCASTFIB_TOOL;
+
+struct Outcome {
+   int status = -1;
+   std::string out, err;
+};
+
+std::string readAll(int fd) {
+   std::string text;
+   char buf[4096];
+   ::lseek(fd, 0, SEEK_SET);
+   for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) text.append(buf, static_cast<std::size_t>(n));
+   ::close(fd);
+   return text;
+}
+
+// The tool run with `words`, shell words as a person types them.
+Outcome runTool(const std::string& words) {
+   const int out = ::memfd_create("out", MFD_CLOEXEC), err = ::memfd_create("err", MFD_CLOEXEC);
+   const std::string script = "exec \"$0\" " + words;
+   const pid_t pid = ::fork();
+   if (pid == 0) {
+      ::dup2(out, 1), ::dup2(err, 2);
+      ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
+      ::_exit(127);
+   }
+   Outcome r;
+   ::waitpid(pid, &r.status, 0);
+   r.out = readAll(out), r.err = readAll(err);
+   return r;
+}
+
+std::string firstLine(const std::string& s) { return s.substr(0, s.find('\n')); }
+
+// tools/rejects.golden: "$ ARGS" then "STATUS LINE", LINE being the first
+// line of stderr, or for status 0 a line stdout holds.
+TEST(ToolCommandLine, MalformedInputsAreRefusedWithTheirStatusAndMessage) {
+   // Shared-memory objects that hold no table, named by the cases.
+   const std::pair<std::string, std::string> fixtures[] = {
+       {"/dev/shm/mcastfib-tooltest.garbage", std::string(8192, '\xab')},
+       {"/dev/shm/mcastfib-tooltest.zeros", std::string(8192, '\0')},
+       {"/dev/shm/mcastfib-tooltest.short", "abc"}};
+   for (const auto& [path, bytes] : fixtures) std::ofstream(path, std::ios::binary) << bytes;
+   std::ifstream cases(MCASTFIB_TOOL_CASES);
+   EXPECT_TRUE(cases) << MCASTFIB_TOOL_CASES;
+   int count = 0;
+   for (std::string line, args; std::getline(cases, line);) {
+      if (line.starts_with("$")) {
+         args = line.substr(std::min<std::size_t>(2, line.size()));
+         continue;
+      }
+      if (line.empty() || line.starts_with("#")) continue;
+      SCOPED_TRACE("mcastfib " + args);
+      ++count;
+      const int want = std::stoi(line);
+      const std::string text = line.substr(line.find(' ') + 1);
+      const Outcome r = runTool(args);
+      ASSERT_TRUE(WIFEXITED(r.status)) << "ended by signal " << WTERMSIG(r.status) << "\n" << r.err;
+      EXPECT_EQ(WEXITSTATUS(r.status), want) << r.err;
+      if (want == 0) {
+         EXPECT_NE(r.out.find(text + "\n"), std::string::npos) << r.out << r.err;
+         continue;
+      }
+      EXPECT_EQ(firstLine(r.err), text);
+      EXPECT_EQ(r.out, "");
+      // A usage error shows how the command is used.
+      if (want == 2) {
+         EXPECT_NE(r.err.find("\nusage: mcastfib"), std::string::npos) << r.err;
+      }
+   }
+   EXPECT_GT(count, 50);
+   for (const auto& f : fixtures) ::unlink(f.first.c_str());
+}
+
+// ---- a live table ------------------------------------------------------------
+
+Route route(const char* s, const char* g, const char* iif) {
+   Route r(Routing::Multicast::Fib::makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>(s),
+                                                       Gant::fromText<Pakto::Prefix>(g)));
+   r.iifIs(Pakto::IntfId(iif));
+   return r;
+}
+
+// The writer process: two routes, then on 'c' a change, a removal and an
+// addition, and on 'q' (or the test's end) it leaves as a writer does,
+// keeping its segment.
+void serve(const Pond::Options& options, const std::string& path, int commands, int ready) {
+   Loop::EpollLoop loop;
+   auto table = statusFactory("tooltest");
+   table->openWriter(path, &loop, options);
+   table->routeIs(route("10.0.0.1/32", "239.1.1.1/32", "Ethernet1"));
+   table->routeIs(route("0.0.0.0/0", "239.1.1.2/32", "Vlan100"));
+   (void)!::write(ready, "r", 1);
+   bool done = false;
+   const Loop::Watch w = loop.watchReadable(commands, [&] {
+      char c = 'q';
+      if (::read(commands, &c, 1) != 1 || c == 'q') return void(done = true);
+      table->routeIs(route("10.0.0.1/32", "239.1.1.1/32", "Ethernet2"));
+      table->routeDel(route("0.0.0.0/0", "239.1.1.2/32", "Vlan100").key());
+      table->routeIs(route("10.0.0.3/32", "239.1.1.3/32", "Ethernet3"));
+   });
+   loop.runUntil([&] { return done; }, 60);
+}
+
+std::string readLine(int fd) {
+   std::string line;
+   for (char c; line.empty() || line.back() != '\n';) {
+      pollfd p{fd, POLLIN, 0};
+      if (::poll(&p, 1, 10000) != 1 || ::read(fd, &c, 1) != 1) break;
+      line += c;
+   }
+   return line;
+}
+
+// `mcastfib table watch SEGMENT` with its output on a pipe, once it has
+// printed its dump.
+struct Watcher {
+   pid_t pid = -1;
+   int fd = -1;
+   std::string dump;
+   explicit Watcher(const std::string& segment) {
+      int out[2];
+      EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+      pid = ::fork();
+      if (pid == 0) {
+         ::dup2(out[1], 1);
+         ::execl(tool.c_str(), tool.c_str(), "table", "watch", segment.c_str(), nullptr);
+         ::_exit(127);
+      }
+      ::close(out[1]);
+      fd = out[0];
+      for (std::string line = "-"; !line.empty() && !dump.ends_with("(capacity 1024)\n"); dump += line)
+         line = readLine(fd);
+   }
+   // Its wait status, once it has ended.
+   int end() {
+      int status = 0;
+      ::waitpid(std::exchange(pid, 0), &status, 0);
+      return status;
+   }
+   ~Watcher() {
+      ::close(fd);
+      if (pid > 0) ::kill(pid, SIGKILL), end();
+   }
+};
+
+TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
+   Pond::Options options;
+   options.prefix = "mcastfib-tooltest-" + std::to_string(::getpid());
+   const std::string path = Status::mountPath(Pakto::AddressFamily::ipv4, L3::VrfName("default"), "tooltest");
+   const std::string segment = Pond::segmentName(options.prefix, path);
+   int commands[2], ready[2];
+   ASSERT_EQ(::pipe(commands), 0);
+   ASSERT_EQ(::pipe(ready), 0);
+   const pid_t pid = ::fork();
+   if (pid == 0) serve(options, path, commands[0], ready[1]), ::_exit(0);
+   struct Cleanup {
+      pid_t pid;
+      std::string segment;
+      ~Cleanup() {
+         if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+         ::shm_unlink(segment.c_str());
+         // Left by a writer that was killed.
+         const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+         ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
+      }
+   } cleanup{pid, segment};
+   char started;
+   ASSERT_EQ(::read(ready[0], &started, 1), 1);
+
+   const std::string header = "table " + path + " of type Pond::Multicast::Fib::Status\nsegment " + segment;
+   const std::string writerLine = "writer pid " + std::to_string(pid) + " alive, generation 1, incarnation ";
+   for (const std::string& name : {segment, "/dev/shm" + segment, "--prefix " + options.prefix + " " + path}) {
+      SCOPED_TRACE(name);
+      const Outcome r = runTool("table dump " + name);
+      EXPECT_EQ(r.status, 0) << r.err;
+      EXPECT_TRUE(r.out.starts_with(header)) << r.out;
+      EXPECT_NE(r.out.find(writerLine), std::string::npos) << r.out;
+      // Ordered by key, the attributes not at their default.
+      EXPECT_NE(r.out.find("\nroute: 2 records of Pond::Multicast::Fib::Route (capacity 12000)\n"
+                           "  (*,239.1.1.2) {'iif': Vlan100}\n"
+                           "  (10.0.0.1,239.1.1.1) {'iif': Ethernet1}\n"),
+                std::string::npos)
+          << r.out;
+      EXPECT_NE(r.out.find("\noifIndexIntf: 0 records of Pond::Multicast::Fib::OifIndexIntf (capacity 1024)\n"),
+                std::string::npos);
+   }
+
+   // watch: the same dump, then each change as it happens, until the writer
+   // goes; or until a signal, which ends it as the signal would.
+   Watcher follows(segment), interrupted(segment);
+   for (Watcher* w : {&follows, &interrupted}) EXPECT_NE(w->dump.find(writerLine), std::string::npos) << w->dump;
+   ::kill(interrupted.pid, SIGTERM);
+   int status = interrupted.end();
+   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+   ASSERT_EQ(::write(commands[1], "c", 1), 1);
+   EXPECT_EQ(readLine(follows.fd), "route changed (10.0.0.1,239.1.1.1) {'iif': Ethernet2}\n");
+   EXPECT_EQ(readLine(follows.fd), "route removed (*,239.1.1.2)\n");
+   EXPECT_EQ(readLine(follows.fd), "route added (10.0.0.3,239.1.1.3) {'iif': Ethernet3}\n");
+   ASSERT_EQ(::write(commands[1], "q", 1), 1);
+   EXPECT_EQ(readLine(follows.fd), "writer pid " + std::to_string(pid) + " gone\n");
+   status = follows.end();
+   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+
+   // The segment outlives its writer, and says so.
+   ::waitpid(std::exchange(cleanup.pid, 0), nullptr, 0);
+   const Outcome after = runTool("table dump " + segment);
+   EXPECT_EQ(after.status, 0) << after.err;
+   EXPECT_NE(after.out.find("writer pid " + std::to_string(pid) + " gone, generation 1"), std::string::npos)
+       << after.out;
+   EXPECT_NE(after.out.find("route: 2 records"), std::string::npos) << after.out;
+
+   // Damage no writer made is shown as such, never read as a record: one
+   // record fails its check, another keeps a good check around an interface
+   // id that decodes to nothing.
+   const Pond::CollectionHeader c = Pond::layoutFor(Status::tableShape()).collections[0];
+   const int fd = ::shm_open(segment.c_str(), O_RDWR, 0);
+   auto* base = static_cast<unsigned char*>(::mmap(nullptr, c.queueOffset, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+   ::close(fd);
+   auto slot = [&](uint32_t i) { return reinterpret_cast<Pond::SlotHeader*>(base + c.slotsOffset + i * c.slotStride); };
+   std::vector<uint32_t> live;
+   for (uint32_t i = 0; i < c.capacity; ++i)
+      if (slot(i)->seq & Pond::kSeqLive) live.push_back(i);
+   ASSERT_EQ(live.size(), 2u);
+   reinterpret_cast<unsigned char*>(slot(live[0]) + 1)[c.recordSize - 1] ^= 0xff;
+   auto* record = reinterpret_cast<unsigned char*>(slot(live[1]) + 1);
+   std::memset(record + sizeof(Routing::Multicast::Fib::IpGenRouteKey), 0xff, sizeof(Pakto::IntfId));
+   slot(live[1])->check = Pond::recordCheck(slot(live[1])->seq, record, c.recordSize);
+   ::munmap(base, c.queueOffset);
+   const Outcome damaged = runTool("table dump " + segment);
+   EXPECT_EQ(damaged.status, 0) << damaged.err;
+   EXPECT_NE(damaged.out.find("\n  slot " + std::to_string(live[0]) + ": corrupt\n"), std::string::npos)
+       << damaged.out;
+   EXPECT_NE(damaged.out.find(") damaged record 0x"), std::string::npos) << damaged.out;
+}
+
+} // namespace
