@@ -136,24 +136,6 @@ TEST(ShmRoute, PondStringAndTextForms) {
              "0, 'oifBitmap5': 0, 'oifBitmap6': 0, 'oifBitmap7': 0, 'oifBitmap8': 0})");
 }
 
-TEST(ShmRoute, AttributeLogWidthsAndRangeErrors) {
-   Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
-   std::string log = Gant::toLog(r);
-   // key (2 x 18), four ids (4 x 8), bool, U32, U32, U16, U16, U8, U32, 8 x U64
-   EXPECT_EQ(log.size(), 36u + 32 + 1 + 4 + 4 + 2 + 2 + 1 + 4 + 64);
-   std::string badFlags = log;
-   badFlags[36 + 32 + 1 + 3] = 0x40; // routeFlags' low byte
-   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badFlags); }),
-             "RouteFlags::value > 0x3f not allowed");
-   std::string badMax = log;
-   badMax[36 + 32 + 1 + 8 + 2] = 0x02;
-   badMax[36 + 32 + 1 + 8 + 3] = 0x01; // maxOifIndex 513
-   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<Route>(badMax); }),
-             "OifIndex::value < OifIndex::min or > OifIndex::null not allowed");
-   EXPECT_THROW(Route::IifFlags(2), Gant::RangeError);
-   EXPECT_THROW(IntfFlags(0x40), Gant::RangeError);
-}
-
 TEST(ShmRoute, BytesFromOutsideAreValidated) {
    Route r(sg("10.0.0.1/32", "239.1.1.1/32"));
    EXPECT_TRUE(Gant::validValue(r));
