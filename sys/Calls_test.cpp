@@ -117,14 +117,4 @@ TEST(SysFd, ClosesExactlyOnceThroughTheSeam) {
    EXPECT_EQ(recorder.closed, (std::vector<int>{200, 100, 400}));
 }
 
-TEST(SysFd, RealDescriptorIsClosed) {
-   int raw;
-   {
-      Sys::Fd fd(static_cast<int>(Sys::check(Sys::calls().eventfd(0, EFD_CLOEXEC), "eventfd")));
-      raw = fd.get();
-      EXPECT_TRUE(Sys::calls().fcntl(raw, F_GETFD, 0).ok());
-   }
-   EXPECT_EQ(Sys::calls().fcntl(raw, F_GETFD, 0), (Sys::Result{-1, EBADF}));
-}
-
 } // namespace
