@@ -1,9 +1,9 @@
 #pragma once
 // One contract for every value type: equality, hash, ordering, text form and
-// attribute-log round trips, and refusal of bad input. A type joins by
-// specialising ValueSamples<T> from Samples<T> (distinct(): pairwise unequal,
-// ascending if ordered; texts, badTexts, badLogs: log -> what()) and
-// instantiating the suite, as EthAddr_test.cpp does.
+// attribute-log round trips, and refusal of bad input. A type joins with its
+// own ValueSamples<T>, derived from Samples<T> (distinct(): pairwise unequal,
+// ascending if ordered; texts, badTexts, badLogs: log -> what()), and an
+// instance of the suite, as EthAddr_test.cpp does.
 #include "gant/Codec.h"
 
 #include <gtest/gtest.h>
