@@ -55,7 +55,6 @@ struct ValueSamples<Counter> : Samples<Counter> {
       c.lastRefreshTimeIs(-2.5);
       return {Counter(), a, b, c};
    }
-   static std::vector<std::string> badTexts() { return {"Value('Routing::Multicast::Fib::Counter', ** {})"}; }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(FibCounter, ValueContract, ::testing::Types<Counter>);

@@ -31,14 +31,7 @@ using HwFlags = Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags;
 
 template <>
 struct ValueSamples<HwFlags> : Samples<HwFlags> {
-   static std::vector<HwFlags> distinct() { return {HwFlags(0), HwFlags(1), HwFlags(2), HwFlags(3)}; }
-   static std::vector<std::pair<HwFlags, std::string>> texts() {
-      return {{HwFlags(2), "Value('Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags', ** {'noRoute': "
-                           "False, 'noIntfs': True})"}};
-   }
-   static std::vector<std::string> badTexts() {
-      return {"Value('Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags', ** {'noRoute': False})"};
-   }
+   static std::vector<HwFlags> distinct() { return {HwFlags(0), HwFlags(1), HwFlags(3)}; }
    static std::vector<std::pair<std::string, std::string>> badLogs() {
       return {{bytes({0, 0, 0, 4}), "HwFlags::value > 0x3 not allowed"}};
    }

@@ -37,12 +37,7 @@ template <>
 struct ValueSamples<PrefixKey> : Samples<PrefixKey> {
    static std::vector<PrefixKey> distinct() {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
-      return {PrefixKey(), PrefixKey(p("10.0.0.0/8"), L3::VrfName("")), PrefixKey(p("10.0.0.0/8"), L3::VrfName("red")),
-              PrefixKey(p("11.0.0.0/8"), L3::VrfName("a"))};
-   }
-   static std::vector<std::pair<PrefixKey, std::string>> texts() {
-      return {{PrefixKey(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), L3::VrfName("red")),
-               "Value('Routing::Multicast::Fib::PimIntf::PrefixKey', ** {'prefix': 10.0.0.0/8, 'vrfName': 'red'})"}};
+      return {PrefixKey(), PrefixKey(p("10.0.0.0/8"), L3::VrfName("red")), PrefixKey(p("11.0.0.0/8"), L3::VrfName("a"))};
    }
 };
 
@@ -52,10 +47,6 @@ struct ValueSamples<PrefixMroute> : Samples<PrefixMroute> {
       auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
       return {PrefixMroute(), PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
               PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet2"))};
-   }
-   static std::vector<std::pair<PrefixMroute, std::string>> texts() {
-      return {{PrefixMroute(Gant::fromText<Pakto::IpGenPrefix>("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
-               "Value('Routing::Multicast::Fib::PimIntf::PrefixMroute', ** {'src': 10.0.0.0/8, 'intf': Ethernet1})"}};
    }
 };
 

@@ -108,16 +108,9 @@ TEST(RouteKey, PrettyAndTextFormsCharacterForCharacter) {
    EXPECT_EQ(RouteKeyTypeConverter(RouteKeyType::mroute).intValue(), 7u);
 }
 
-TEST(RouteKey, ParseReadsBackFloodsetsEthGroupsAndRoutes) {
-   for (const IpGenRouteKey& k :
-        {makeRouteKeyVlanFloodset(1), makeRouteKeyMulticastFloodset(4094), makeRouteKeyVxlanCoreSideFloodset(7),
-         makeRouteKeyEthGroup(100, mac), makeRouteKeyMroute(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")),
-         makeRouteKeyMroute(pfx("0.0.0.0/0"), pfx("224.0.0.0/4"))}) {
-      RouteKey v4(k);
-      EXPECT_EQ(Gant::fromText<RouteKey>(Gant::toText(v4)), v4) << Gant::toText(v4);
-   }
-   EXPECT_EQ(Gant::fromText<RouteKey>(Gant::toText(RouteKey())), RouteKey());
-   // A VLAN out of range is the platform's range error, not an assertion.
+// Texts of the kinds that read back are the value contract's; a VLAN out of
+// range is the platform's range error, not an assertion.
+TEST(RouteKey, ParseRefusesAVlanOutOfRange) {
    EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] {
                 return Gant::fromText<RouteKey>(
                     "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', 'vlanId': 4095})");
@@ -197,9 +190,10 @@ template <>
 struct ValueSamples<RouteKey> : Samples<RouteKey> {
    // Only kinds whose text reads back; ascending by g, then s.
    static std::vector<RouteKey> distinct() {
-      return {RouteKey(), RouteKey(makeRouteKeyVlanFloodset(10)), RouteKey(makeRouteKeyMulticastFloodset(10)),
-              RouteKey(makeRouteKeyEthGroup(100, mac)),
-              RouteKey(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")), RouteKey(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"))};
+      return {RouteKey(), RouteKey(makeRouteKeyVlanFloodset(10)), RouteKey(makeRouteKeyMulticastFloodset(4094)),
+              RouteKey(makeRouteKeyEthGroup(100, mac)), RouteKey(makeRouteKeyVxlanCoreSideFloodset(7)),
+              RouteKey(pfx("0.0.0.0/0"), pfx("224.0.0.0/4")), RouteKey(pfx("0.0.0.0/0"), pfx("239.1.1.1/32")),
+              RouteKey(pfx("10.0.0.1/32"), pfx("239.1.1.1/32"))};
    }
    static std::vector<std::pair<RouteKey, std::string>> texts() {
       return {{RouteKey(pfx("10.0.0.0/8"), pfx("239.1.1.1/32")),
@@ -211,13 +205,7 @@ struct ValueSamples<RouteKey> : Samples<RouteKey> {
 template <>
 struct ValueSamples<Multicast::Group::GroupKey> : Samples<Multicast::Group::GroupKey> {
    using G = Multicast::Group::GroupKey;
-   static std::vector<G> distinct() { return {G(0, 0, 0), G(0, 0, 1), G(0, 1, 0), G(19, 5, 77), G(65535, 65535)}; }
-   static std::vector<std::pair<G, std::string>> texts() {
-      return {{G(20, 3, 4294967295u), "Value('Multicast::Group::GroupKey', ** {'kind': 20, 'index': 3, 'hash': 4294967295})"}};
-   }
-   static std::vector<std::string> badTexts() {
-      return {"Value('Multicast::Group::GroupKey', ** {'kind': 65536, 'index': 3, 'hash': 4})"};
-   }
+   static std::vector<G> distinct() { return {G(0, 0, 0), G(0, 0, 1), G(0, 1, 0), G(65535, 65535)}; }
 };
 
 template <>

@@ -27,11 +27,6 @@ TEST(FlashlogCapture, CollectsExactTextsOfItsHandlesAndLevels) {
       capture.clear();
       EXPECT_TRUE(capture.lines().empty());
    }
-   {
-      Flashlog::Capture capture("FlashlogTest.Capture=8");
-      oifSet.handleInitialized();
-      EXPECT_EQ(capture.lines(), std::vector<std::string>{"oifs 3"});
-   }
    EXPECT_FALSE(Flashlog::handle("FlashlogTest.Capture").enabled(0));
 }
 

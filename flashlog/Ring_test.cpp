@@ -25,8 +25,6 @@ TEST(FlashlogRing, KeepsTheNewestLinesOldestFirst) {
    for (std::size_t i = 2; i < Flashlog::ringLines + extra; ++i) FLASHLOG(trace, 5, "line ", i);
    auto lines = Flashlog::ring();
    ASSERT_EQ(lines.size(), Flashlog::ringLines);
-   EXPECT_EQ(lines.front().text, "line " + std::to_string(extra));
-   EXPECT_EQ(lines.back().text, "line " + std::to_string(Flashlog::ringLines + extra - 1));
    for (std::size_t i = 0; i < lines.size(); ++i)
       ASSERT_EQ(lines[i].text, "line " + std::to_string(i + extra));
 

@@ -199,20 +199,15 @@ TEST(LoopEpollLoop, CreationFailureNamesTheCall) {
 
 TEST(LoopEpollLoopDeathTest, LoopMustOutliveItsWatchesAndTimers) {
    Sys::Fd efd = makeEventFd();
-   EXPECT_DEATH(
-       {
-          auto* loop = new Loop::EpollLoop;
-          Loop::Watch kept = loop->watchReadable(efd.get(), [] {});
-          delete loop;
-       },
-       "Assertion failed: watches_.empty\\(\\)");
-   EXPECT_DEATH(
-       {
-          auto* loop = new Loop::EpollLoop;
-          Loop::Timer kept = loop->timerAfter(1, [] {});
-          delete loop;
-       },
-       "Assertion failed: timers_.empty\\(\\)");
+   auto* loop = new Loop::EpollLoop;
+   {
+      Loop::Watch kept = loop->watchReadable(efd.get(), [] {});
+      EXPECT_DEATH(delete loop, "Assertion failed: watches_.empty\\(\\)");
+   }
+   Loop::Timer kept = loop->timerAfter(1, [] {});
+   EXPECT_DEATH(delete loop, "Assertion failed: timers_.empty\\(\\)");
+   kept.reset();
+   delete loop;
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include "gant/testlib/ValueContract.h"
 
-#include "gant/testlib/Thrown.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -94,12 +92,6 @@ TEST(IpAddr, MulticastIsExactly224Slash4) {
    EXPECT_FALSE(ip(0xf0000000).isMulticast());
    EXPECT_EQ(IpAddr::fromString("239.1.2.3"), ip(0xef010203));
    EXPECT_FALSE(IpAddr::fromString("239.1.2.3.4"));
-}
-
-TEST(Prefix, LengthAbove32IsARangeErrorWithItsText) {
-   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { (void)Prefix(ip(0x0a000000), 33); }),
-             "Prefix::len > 32 not allowed");
-   EXPECT_EQ(pfx(0, 32).len(), 32u);
 }
 
 TEST(Prefix, HostBitsAreKeptAndABareAddressIsAHostPrefix) {

@@ -4,7 +4,9 @@
 // behind the writer's back. Real processes; "another user" is uid 65534.
 #include "pond/WriterLock.h"
 #include "pond/testlib/Fixture.h"
+#include "gant/testlib/Thrown.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -146,12 +148,9 @@ TEST_F(PondHostile, LocksOthersTakeOnTheSegmentCannotShutTheWriterOut) {
    EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(1));
    ::close(reader);
    // Still one live writer at a time.
-   try {
-      TableWriter second(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
-      ADD_FAILURE() << "a second writer was let in";
-   } catch (const std::runtime_error& e) {
-      EXPECT_NE(std::string(e.what()).find("already has a live writer"), std::string::npos) << e.what();
-   }
+   EXPECT_THAT(Gant::Test::thrown<std::runtime_error>(
+                   [&] { TableWriter second(path, itemShape(), {Record<Item>::codec()}, nullptr, options); }),
+               ::testing::HasSubstr("already has a live writer"));
 }
 
 TEST_F(PondHostile, ReadersRefuseASegmentOfAStrangerOrWritableByOthers) {

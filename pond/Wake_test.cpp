@@ -18,6 +18,10 @@ namespace {
 
 using Pond::WakeClient;
 
+void settle(Loop::EpollLoop& loop) {
+   for (int i = 0; i < 5; ++i) loop.runOnce(0.01);
+}
+
 // Listens where a writer would; hands descriptors to the one reader.
 struct StandInWriter {
    std::string path = "/dev/shm/mcastfib-wake-test-" + std::to_string(::getpid());
@@ -39,9 +43,6 @@ TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
    WakeClient client(writer.path, loop, [&] { ++wakes; }, [&] { ++gone; });
    ASSERT_TRUE(client.connect());
    writer.accept();
-   auto settle = [&] {
-      for (int i = 0; i < 5; ++i) loop.runOnce(0.01);
-   };
 
    // A regular file full of bytes would wake the reader for ever: refused.
    int file = ::memfd_create("not-a-pipe", MFD_CLOEXEC);
@@ -49,7 +50,7 @@ TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
    ASSERT_EQ(::lseek(file, 0, SEEK_SET), 0);
    writer.hand(file);
    ::close(file);
-   settle();
+   settle(loop);
    EXPECT_EQ(wakes, 0) << "handing a descriptor is no wake-up";
    EXPECT_EQ(gone, 0);
 
@@ -57,51 +58,44 @@ TEST(PondWake, AReaderTakesOnlyAPipeAsItsWakeChannel) {
    ASSERT_EQ(::pipe(fds), 0);
    writer.hand(fds[0]);
    ::close(fds[0]);
-   settle();
+   settle(loop);
    EXPECT_EQ(wakes, 0);
    ASSERT_EQ(::write(fds[1], "abc", 3), 3) << "three wakes sent while the reader was busy";
-   settle();
+   settle(loop);
    EXPECT_EQ(wakes, 1) << "are one wake-up";
    EXPECT_EQ(client.wakeups(), 1u);
 
    ::close(fds[1]);
-   settle();
+   settle(loop);
    EXPECT_EQ(gone, 1) << "the writer's end of the pipe closing means the writer is gone";
    EXPECT_FALSE(client.connected());
 }
-
-} // namespace
-
-namespace {
 
 TEST(PondWake, AReaderGoneBetweenItsAckAndTheWakeCannotHurtTheWriter) {
    Loop::EpollLoop loop;
    const std::string path = "/dev/shm/mcastfib-wake-test-server-" + std::to_string(::getpid());
    uint32_t changes = 0;
    Pond::WakeServer server(path, 0600, loop, [&] { return changes; });
-   auto settle = [&] {
-      for (int i = 0; i < 5; ++i) loop.runOnce(0.01);
-   };
    {
       int wakes = 0;
       WakeClient client(path, loop, [&] { ++wakes; }, [] {});
       ASSERT_TRUE(client.connect());
-      settle();
+      settle(loop);
       client.ack(changes);
-      settle();
+      settle(loop);
       ASSERT_EQ(*server.armedCount(), 1u);
       ++changes;
       server.changed();
-      settle();
+      settle(loop);
       ASSERT_EQ(wakes, 1) << "woken through its pipe";
       client.ack(changes);
-      settle();
+      settle(loop);
       ASSERT_EQ(*server.armedCount(), 1u);
    }
    // The reader's ends are closed, and the writer has not yet heard.
    ++changes;
    server.changed(); // no SIGPIPE: the test process lives on
-   settle();
+   settle(loop);
    EXPECT_EQ(server.readers(), 0u);
 }
 

@@ -1,9 +1,6 @@
 #include "sys/Calls.h"
 
-#include "gant/Error.h"
 #include "sys/Fd.h"
-
-#include "gant/testlib/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -34,17 +31,6 @@ TEST(SysCalls, RealCallsReportValueOrErrno) {
    // mmap's failure address is reported as -1 like the others.
    EXPECT_EQ(Sys::calls().mmap(nullptr, 4096, PROT_READ, MAP_SHARED, -1, 0),
              (Sys::Result{-1, EBADF}));
-}
-
-TEST(SysCalls, CheckThrowsErrnoErrorNamingTheCall) {
-   EXPECT_EQ(Sys::check(Sys::Result{5, 0}, "socket"), 5);
-   Sys::Result r = Sys::calls().socket(12345, SOCK_DGRAM, 0);
-   ASSERT_EQ(r.err, EAFNOSUPPORT);
-   auto e = Gant::Test::caught<Gant::ErrnoError>([&] { Sys::check(r, "socket"); });
-   ASSERT_TRUE(e) << "check did not throw";
-   EXPECT_STREQ(e->what(), "socket");
-   EXPECT_EQ(e->call(), "socket");
-   EXPECT_EQ(e->errorNo(), EAFNOSUPPORT);
 }
 
 class FixedPid : public Sys::Calls {
@@ -129,16 +115,6 @@ TEST(SysFd, ClosesExactlyOnceThroughTheSeam) {
       EXPECT_EQ(c.get(), 400);
    }
    EXPECT_EQ(recorder.closed, (std::vector<int>{200, 100, 400}));
-}
-
-TEST(SysFd, RealDescriptorIsClosed) {
-   int raw;
-   {
-      Sys::Fd fd(static_cast<int>(Sys::check(Sys::calls().eventfd(0, EFD_CLOEXEC), "eventfd")));
-      raw = fd.get();
-      EXPECT_TRUE(Sys::calls().fcntl(raw, F_GETFD, 0).ok());
-   }
-   EXPECT_EQ(Sys::calls().fcntl(raw, F_GETFD, 0), (Sys::Result{-1, EBADF}));
 }
 
 } // namespace

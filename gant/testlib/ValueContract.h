@@ -1,16 +1,9 @@
 #pragma once
 // One contract for every value type: equality, hash, ordering, text form and
-// attribute-log round trips, and refusal of bad input. A type joins by
-// specialising ValueSamples<T> (from Samples<T>, which has no texts, bad
-// texts or bad logs) and instantiating the suite:
-//
-//   template <> struct Gant::Test::ValueSamples<Pakto::EthAddr> : Samples<Pakto::EthAddr> {
-//      static std::vector<T> distinct();            // pairwise unequal; ascending if ordered
-//      static std::vector<std::pair<T, std::string>> texts();  // exact text forms
-//      static std::vector<std::string> badTexts();   // each refused by parse
-//      static std::vector<std::pair<std::string, std::string>> badLogs(); // log -> what()
-//   };
-//   INSTANTIATE_TYPED_TEST_SUITE_P(EthAddr, ValueContract, ::testing::Types<Pakto::EthAddr>);
+// attribute-log round trips, and refusal of bad input. A type joins with its
+// own ValueSamples<T>, derived from Samples<T> (distinct(): pairwise unequal,
+// ascending if ordered; texts, badTexts, badLogs: log -> what()), and an
+// instance of the suite, as EthAddr_test.cpp does.
 #include "gant/Codec.h"
 
 #include <gtest/gtest.h>
