@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <thread>
 
 namespace {
 
@@ -26,7 +27,12 @@ using namespace Pond::Test;
 
 constexpr uid_t kStranger = 65534;
 
-using PondHostile = TableTest;
+struct PondHostile : TableTest {
+   std::unique_ptr<TableWriter> openWriter(const TableShape& shape = itemShape()) { return openWriterOn(&loop, shape); }
+   std::unique_ptr<TableWriter> openWriterOn(Loop::EventLoop* l, const TableShape& shape = itemShape()) {
+      return std::make_unique<TableWriter>(path, shape, std::vector{Record<Item>::codec()}, l, options);
+   }
+};
 
 // In a child process: becomes uid/gid 65534 for good.
 void becomeStranger() {
@@ -86,16 +92,16 @@ TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
    // owner scribble records readers believe. It also holds a lock on it.
    // Its lock file too, world-writable.
    const std::string lock = writerLockPath(wakeSocketPath(options.socketDir, name));
-   const pid_t squatter = strangerUntilKilled([&] {
-      const int fd = plantSegment(name, layout, 0666);
-      const int lockFd = ::open(lock.c_str(), O_RDWR | O_CREAT | O_EXCL, 0666);
-      return fd >= 0 && lockFd >= 0 && ::fchmod(lockFd, 0666) == 0 && ::flock(fd, LOCK_EX) == 0 &&
-             ::flock(lockFd, LOCK_EX) == 0;
-   });
-   ASSERT_GT(squatter, 0);
    {
-      TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
-      EXPECT_FALSE(writer.recovered());
+      const KillOnExit squatter{strangerUntilKilled([&] {
+         const int fd = plantSegment(name, layout, 0666);
+         const int lockFd = ::open(lock.c_str(), O_RDWR | O_CREAT | O_EXCL, 0666);
+         return fd >= 0 && lockFd >= 0 && ::fchmod(lockFd, 0666) == 0 && ::flock(fd, LOCK_EX) == 0 &&
+                ::flock(lockFd, LOCK_EX) == 0;
+      })};
+      ASSERT_GT(squatter.pid, 0);
+      const auto writer = openWriter();
+      EXPECT_FALSE(writer->recovered());
       struct stat st{};
       const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);
       ASSERT_EQ(::fstat(fd, &st), 0);
@@ -103,18 +109,12 @@ TEST_F(PondHostile, ANameSquattedByAnotherUserIsReplacedNeverRecovered) {
       EXPECT_EQ(st.st_uid, 0u);
       EXPECT_EQ(st.st_mode & 0777, 0600u);
    }
-   ::kill(squatter, SIGKILL);
-   ::waitpid(squatter, nullptr, 0);
    // A user who cannot remove what another left is refused, not let in.
-   const int rc = asStranger([&] {
-      try {
-         TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
-      } catch (const std::exception& e) {
-         return std::strstr(e.what(), "cannot be replaced") ? 0 : 2;
-      }
-      return 1;
-   });
-   EXPECT_EQ(rc, 0);
+   EXPECT_EQ(asStranger([&] {
+                return Gant::Test::thrown<std::runtime_error>([&] { openWriterOn(nullptr); }).find("cannot be replaced") ==
+                       std::string::npos;
+             }),
+             0);
 }
 
 TEST_F(PondHostile, AReaderTurnedAwayIsToldAndStillFollowsTheTable) {
@@ -129,7 +129,7 @@ TEST_F(PondHostile, AReaderTurnedAwayIsToldAndStillFollowsTheTable) {
    loop.runUntil([&] { return writer.readers() == 1; }, 5);
    TableReader b(path, itemShape(), {Record<Item>::codec()}, loop, second, options);
    loop.runUntil([&] { return !second.refusals.empty(); }, 5);
-   ASSERT_EQ(second.refusals, (std::vector<std::string>{"refused: too many readers"}));
+   ASSERT_EQ(second.refusals.size(), 1u) << "its text is PondWakeServer's to check";
    items.set(Item::make(9, 1));
    loop.runUntil([&] { return !second.changed.empty(); }, 3);
    EXPECT_EQ(second.changed, (std::vector<uint32_t>{9})) << "it polls while it is not woken";
@@ -137,42 +137,46 @@ TEST_F(PondHostile, AReaderTurnedAwayIsToldAndStillFollowsTheTable) {
 }
 
 TEST_F(PondHostile, LocksOthersTakeOnTheSegmentCannotShutTheWriterOut) {
-   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   auto writer = openWriter();
    MapWriter<Item>(writer->collection(0)).set(Item::make(1, 1));
    // A reader's read-only descriptor takes a shared lock; the writer restarts.
    const int reader = ::shm_open(name.c_str(), O_RDONLY, 0);
    ASSERT_EQ(::flock(reader, LOCK_SH | LOCK_NB), 0);
    writer.reset();
-   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
+   writer = openWriter();
    EXPECT_TRUE(writer->recovered());
    EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(1));
    ::close(reader);
    // Still one live writer at a time.
-   EXPECT_THAT(Gant::Test::thrown<std::runtime_error>(
-                   [&] { TableWriter second(path, itemShape(), {Record<Item>::codec()}, nullptr, options); }),
+   EXPECT_THAT(Gant::Test::thrown<std::runtime_error>([&] { openWriterOn(nullptr); }),
                ::testing::HasSubstr("already has a live writer"));
 }
 
-TEST_F(PondHostile, ReadersRefuseASegmentOfAStrangerOrWritableByOthers) {
-   const SegmentHeader layout = layoutFor(itemShape());
+TEST_F(PondHostile, ReadersRefuseASegmentOfAStrangerWritableByOthersOfAnotherLayoutOrTruncated) {
    struct Case {
       bool stranger;
       mode_t mode;
+      uint32_t capacity;
+      bool truncated;
       const char* refusal;
-   } cases[] = {{true, 0644, "is owned by uid 65534, not a trusted writer"},
-                {false, 0666, "is writable by others (mode 0666)"}};
+   } cases[] = {{true, 0644, 64, false, "is owned by uid 65534, not a trusted writer"},
+                {false, 0666, 64, false, "is writable by others (mode 0666)"},
+                {false, 0600, 128, false, "does not match: "},
+                {false, 0600, 64, true, "does not match: segment truncated"}};
    for (const Case& c : cases) {
-      if (c.stranger) {
-         ASSERT_EQ(asStranger([&] { return plantSegment(name, layout, c.mode) >= 0 ? 0 : 1; }), 0);
-      } else {
-         ASSERT_GE(plantSegment(name, layout, c.mode), 0);
-      }
+      SCOPED_TRACE(c.refusal);
+      const SegmentHeader layout = layoutFor(itemShape(c.capacity));
+      const auto plant = [&] {
+         const int fd = plantSegment(name, layout, c.mode);
+         return fd >= 0 && (!c.truncated || ::ftruncate(fd, off_t(layout.segmentSize / 2)) == 0) ? 0 : 1;
+      };
+      ASSERT_EQ(c.stranger ? asStranger(plant) : plant(), 0);
       Recorder rec;
       TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
       settle();
       EXPECT_FALSE(reader.mounted());
       ASSERT_EQ(rec.corrupt.size(), 1u) << "reported once, not at every retry";
-      EXPECT_EQ(rec.corrupt[0], "segment " + name + " " + c.refusal);
+      EXPECT_THAT(rec.corrupt[0], ::testing::StartsWith("segment " + name + " " + c.refusal));
       Segment::unlink(name);
    }
 }
@@ -183,13 +187,13 @@ TEST_F(PondHostile, ReadersDoNotTrustAWakeSocketServedByAnotherUser) {
    TableWriter writer(path, itemShape(), {Record<Item>::codec()}, nullptr, options);
    MapWriter<Item>(writer.collection(0)).set(Item::make(1, 1));
    const std::string wake = wakeSocketPath(options.socketDir, name);
-   const pid_t impostor = strangerUntilKilled([&] { return unixSocket(wake, true) >= 0; });
-   ASSERT_GT(impostor, 0);
    Recorder rec;
-   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
-   settle();
-   ::kill(impostor, SIGKILL);
-   ::waitpid(impostor, nullptr, 0);
+   {
+      const KillOnExit impostor{strangerUntilKilled([&] { return unixSocket(wake, true) >= 0; })};
+      ASSERT_GT(impostor.pid, 0);
+      TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
+      settle();
+   }
    ::unlink(wake.c_str());
    ASSERT_EQ(rec.corrupt.size(), 1u);
    EXPECT_EQ(rec.corrupt[0], "the wake socket of segment " + name + " is served by uid 65534, not by the segment's owner uid 0");
@@ -204,10 +208,10 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    const pid_t child = ::fork();
    if (child == 0) {
       Loop::EpollLoop childLoop;
-      TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &childLoop, options);
-      MapWriter<Item>(writer.collection(0)).set(Item::make(7, 1));
-      const CollectionMap& m = writer.collection(0).map();
-      SlotHeader* slot = m.slot(slotOf(writer, 7));
+      auto writer = openWriterOn(&childLoop);
+      MapWriter<Item>(writer->collection(0)).set(Item::make(7, 1));
+      const CollectionMap& m = writer->collection(0).map();
+      SlotHeader* slot = m.slot(slotOf(*writer, 7));
       QueueEntryHeader* next = m.entry(m.header->queueHead);
       const uint32_t seq = slot->seq, lock = next->lock;
       (void)!::write(ready[1], &c, 1);
@@ -240,15 +244,13 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    int status = 0;
    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child); // stopped in the middle of its change
    ASSERT_TRUE(WIFSTOPPED(status));
-   const pid_t continuer = ::fork();
-   if (continuer == 0) {
+   std::thread continuer([&] {
       ::usleep(300 * 1000);
       ::kill(child, SIGCONT);
-      ::_exit(0);
-   }
-   auto f = items.find(7);
-   ::waitpid(continuer, nullptr, 0);
-   EXPECT_EQ(f.status, ReadStatus::found) << "the writer is alive: it is waited for";
+   });
+   const ReadStatus whileStopped = items.find(7).status;
+   continuer.join();
+   EXPECT_EQ(whileStopped, ReadStatus::found) << "the writer is alive: it is waited for";
 
    ASSERT_EQ(::write(go[1], &c, 1), 1);
    ASSERT_EQ(::read(ready[0], &c, 1), 1);
@@ -257,50 +259,34 @@ TEST_F(PondHostile, ASlowWriterIsWaitedForAndOnlyADeadOnesSlotIsStuck) {
    EXPECT_EQ(items.find(7).status, ReadStatus::stuck) << "its writer is dead";
 }
 
-TEST_F(PondHostile, ASlotHeldOddOutsideAnyChangeIsDamageNotAWait) {
-   TableWriter writer(path, itemShape(), {Record<Item>::codec()}, &loop, options);
-   MapWriter<Item>(writer.collection(0)).set(Item::make(7, 1));
-   Recorder rec;
-   TableReader reader(path, itemShape(), {Record<Item>::codec()}, loop, rec, options);
-   loop.runUntil([&] { return reader.ready(); }, 5);
-   // Another process of the writer's user sets the seq odd; the writer is
-   // alive, but no change of its is under way.
-   writer.collection(0).map().slot(slotOf(writer, 7))->seq |= kSeqWriting;
-   EXPECT_EQ(MapReader<Item>(reader.collection(0)).find(7).status, ReadStatus::corrupt);
-}
-
-TEST_F(PondHostile, AnIndexNoWriterLeftIsRecreatedNotRepairedForever) {
-   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
-   MapWriter<Item>(writer->collection(0)).set(Item::make(1, 1));
-   const CollectionMap& m = writer->collection(0).map();
-   std::memset(m.tags, 0x5a, m.bucketMask + 1); // no empty bucket anywhere
-   writer.reset();
-   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
-   EXPECT_FALSE(writer->recovered());
-   MapWriter<Item> items(writer->collection(0));
-   EXPECT_EQ(items.size(), 0u);
-   items.set(Item::make(2, 1));
-   EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(2));
-}
-
-TEST_F(PondHostile, ASegmentTruncatedToNothingUnderItsWriter) {
-   auto writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
-   MapWriter<Item> items(writer->collection(0));
-   items.set(Item::make(1, 1));
-   const int fd = ::shm_open(name.c_str(), O_RDWR, 0);
-   ASSERT_EQ(::ftruncate(fd, 0), 0);
-   ::close(fd);
-   for (uint32_t k = 2; k < 40; ++k) items.set(Item::make(k, 1)); // no SIGBUS
-   settle();
-   EXPECT_TRUE(writer->truncated());
-   writer.reset();
-   writer = std::make_unique<TableWriter>(path, itemShape(), std::vector{Record<Item>::codec()}, &loop, options);
-   EXPECT_FALSE(writer->recovered()) << "an object of the wrong size is recreated, not refused for ever";
-   MapWriter<Item>(writer->collection(0)).set(Item::make(3, 1));
+// A segment the restarted writer cannot use is recreated, not refused for ever.
+TEST_F(PondHostile, AnIndexNoWriterLeftOrASegmentTruncatedToNothingIsRecreated) {
+   for (const bool truncate : {false, true}) {
+      SCOPED_TRACE(truncate ? "truncated to nothing under its writer" : "an index with no empty bucket");
+      auto writer = openWriter();
+      MapWriter<Item> items(writer->collection(0));
+      items.set(Item::make(1, 1));
+      const CollectionMap& m = writer->collection(0).map();
+      if (!truncate) std::memset(m.tags, 0x5a, m.bucketMask + 1);
+      if (truncate) {
+         const int fd = ::shm_open(name.c_str(), O_RDWR, 0);
+         ASSERT_EQ(::ftruncate(fd, 0), 0);
+         ::close(fd);
+         for (uint32_t k = 2; k < 40; ++k) items.set(Item::make(k, 1)); // no SIGBUS
+         settle();
+         EXPECT_TRUE(writer->truncated());
+      }
+      writer.reset();
+      writer = openWriter();
+      EXPECT_FALSE(writer->recovered());
+      EXPECT_EQ(MapWriter<Item>(writer->collection(0)).size(), 0u);
+      MapWriter<Item>(writer->collection(0)).set(Item::make(2, 1));
+      EXPECT_TRUE(MapReader<Item>(writer->view(0)).find(2));
+   }
 }
 
 TEST_F(PondHostile, DamageBehindTheWritersBackIsReportedNotDelivered) {
-   auto writer = std::make_unique<TableWriter>(path, itemShape(64, 8), std::vector{Record<Item>::codec()}, &loop, options);
+   auto writer = openWriter(itemShape(64, 8));
    MapWriter<Item> items(writer->collection(0));
    for (uint32_t k = 0; k < 10; ++k) items.set(Item::make(k, 1));
    Recorder rec;
@@ -313,6 +299,11 @@ TEST_F(PondHostile, DamageBehindTheWritersBackIsReportedNotDelivered) {
    for (std::size_t i = 4; i < sizeof(Item); ++i) record[i] = static_cast<unsigned char>(i * 37 + 11);
    EXPECT_EQ(MapReader<Item>(reader.collection(0)).find(4).status, ReadStatus::corrupt);
    EXPECT_TRUE(MapReader<Item>(reader.collection(0)).find(5));
+   // A seq set odd while the writer is alive but has no change under way.
+   SlotHeader* odd = m.slot(slotOf(*writer, 8));
+   odd->seq ^= kSeqWriting;
+   EXPECT_EQ(MapReader<Item>(reader.collection(0)).find(8).status, ReadStatus::corrupt) << "damage, not a wait";
+   odd->seq ^= kSeqWriting;
    // One bad word in the change queue, in an entry the reader has yet to read.
    rec.changed.clear();
    const uint64_t resyncs = reader.resyncs();
@@ -322,14 +313,14 @@ TEST_F(PondHostile, DamageBehindTheWritersBackIsReportedNotDelivered) {
    settle();
    EXPECT_EQ(reader.resyncs(), resyncs + 1) << "a damaged entry costs a pass";
    EXPECT_TRUE(rec.corrupt.empty());
-   EXPECT_NE(std::find(rec.changed.begin(), rec.changed.end(), 6u), rec.changed.end());
+   EXPECT_THAT(rec.changed, ::testing::Contains(6u));
    rec.changed.clear();
    items.set(Item::make(7, 2));
    settle();
    EXPECT_EQ(rec.changed, (std::vector<uint32_t>{7})) << "the reader trusts a healthy writer again";
    // The next writer drops the damaged record.
    writer.reset();
-   writer = std::make_unique<TableWriter>(path, itemShape(64, 8), std::vector{Record<Item>::codec()}, &loop, options);
+   writer = openWriter(itemShape(64, 8));
    EXPECT_TRUE(writer->recovered());
    EXPECT_EQ(MapWriter<Item>(writer->collection(0)).size(), 9u);
 }

@@ -51,8 +51,7 @@ TEST(PondThreads, WriterThreadAndReaderThreadsOnSeparateMappings) {
          follower.reader = &reader;
          loop.runUntil([&] { return follower.finished(); }, 60);
          reader.poll();
-         const int rc = follower.verdict(kKeys);
-         results[r] = rc;
+         results[r] = follower.verdict(kKeys);
          ++readersDone;
       });
    }

@@ -76,26 +76,20 @@ TEST(PondWake, AReaderGoneBetweenItsAckAndTheWakeCannotHurtTheWriter) {
    const std::string path = "/dev/shm/mcastfib-wake-test-server-" + std::to_string(::getpid());
    uint32_t changes = 0;
    Pond::WakeServer server(path, 0600, loop, [&] { return changes; });
+   const auto change = [&] { ++changes, server.changed(), settle(loop); };
    {
       int wakes = 0;
       WakeClient client(path, loop, [&] { ++wakes; }, [] {});
+      const auto ack = [&] { return client.ack(changes), settle(loop), *server.armedCount(); };
       ASSERT_TRUE(client.connect());
       settle(loop);
-      client.ack(changes);
-      settle(loop);
-      ASSERT_EQ(*server.armedCount(), 1u);
-      ++changes;
-      server.changed();
-      settle(loop);
+      ASSERT_EQ(ack(), 1u);
+      change();
       ASSERT_EQ(wakes, 1) << "woken through its pipe";
-      client.ack(changes);
-      settle(loop);
-      ASSERT_EQ(*server.armedCount(), 1u);
+      ASSERT_EQ(ack(), 1u);
    }
    // The reader's ends are closed, and the writer has not yet heard.
-   ++changes;
-   server.changed(); // no SIGPIPE: the test process lives on
-   settle(loop);
+   change(); // no SIGPIPE: the test process lives on
    EXPECT_EQ(server.readers(), 0u);
 }
 
