@@ -1,5 +1,4 @@
 #include "fib/Config.h"
-#include "gant/testlib/ValueContract.h"
 
 #include "gant/testlib/Thrown.h"
 
@@ -83,39 +82,3 @@ TEST(FibConfig, VrfConfigHoldsDefaultFromTheStart) {
 }
 
 } // namespace
-
-namespace Gant::Test {
-
-using namespace Routing::Multicast::Fib;
-
-template <>
-struct ValueSamples<CounterMode> : Samples<CounterMode> {
-   static std::vector<CounterMode> distinct() {
-      return {CounterMode::None, CounterMode::packetMode, CounterMode::byteMode};
-   }
-   static std::vector<std::pair<CounterMode, std::string>> texts() { return {{CounterMode::None, "'None'"}}; }
-   static std::vector<std::string> badTexts() { return {"'none'", "2"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 3}), "Routing::Multicast::Fib::CounterMode value 3 not allowed"}};
-   }
-};
-
-template <>
-struct ValueSamples<Config::MultipathControl> : Samples<Config::MultipathControl> {
-   using M = Config::MultipathControl;
-   static std::vector<M> distinct() {
-      return {M::multipathDeterministic, M::multipathNone, M::noMultipathDeterministic};
-   }
-   static std::vector<std::pair<M, std::string>> texts() {
-      return {{M::noMultipathDeterministic, "'noMultipathDeterministic'"}};
-   }
-   static std::vector<std::string> badTexts() { return {"'multipath'"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 3}), "Routing::Multicast::Fib::Config::MultipathControl value 3 not allowed"}};
-   }
-};
-
-using ConfigTypes = ::testing::Types<CounterMode, Config::MultipathControl>;
-INSTANTIATE_TYPED_TEST_SUITE_P(FibConfig, ValueContract, ConfigTypes);
-
-} // namespace Gant::Test

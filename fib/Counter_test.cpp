@@ -1,6 +1,5 @@
 #include "fib/Counter.h"
 #include "flashlog/Capture.h"
-#include "gant/testlib/ValueContract.h"
 #include "loop/EpollLoop.h"
 #include "pond/testlib/Fixture.h"
 
@@ -41,22 +40,3 @@ TEST(FibCounter, StatusTableTracesUnderItsOperationNames) {
 }
 
 } // namespace
-
-namespace Gant::Test {
-
-using Routing::Multicast::Fib::Counter;
-
-template <>
-struct ValueSamples<Counter> : Samples<Counter> {
-   static std::vector<Counter> distinct() {
-      Counter a(Routing::Multicast::Fib::makeRouteKeyVlanFloodset(3)), b = a, c = a;
-      b.valueIs(UINT64_MAX);
-      c.activeIs(true);
-      c.lastRefreshTimeIs(-2.5);
-      return {Counter(), a, b, c};
-   }
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(FibCounter, ValueContract, ::testing::Types<Counter>);
-
-} // namespace Gant::Test

@@ -1,5 +1,4 @@
 #include "fib/HardwareStatus.h"
-#include "gant/testlib/ValueContract.h"
 
 #include <gtest/gtest.h>
 
@@ -24,19 +23,3 @@ TEST(FibHardwareStatus, RoutesSumsOverVrfs) {
 }
 
 } // namespace
-
-namespace Gant::Test {
-
-using HwFlags = Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags;
-
-template <>
-struct ValueSamples<HwFlags> : Samples<HwFlags> {
-   static std::vector<HwFlags> distinct() { return {HwFlags(0), HwFlags(1), HwFlags(3)}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 4}), "HwFlags::value > 0x3 not allowed"}};
-   }
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(FibHardware, ValueContract, ::testing::Types<HwFlags>);
-
-} // namespace Gant::Test

@@ -1,5 +1,4 @@
 #include "fib/PimIntf.h"
-#include "gant/testlib/ValueContract.h"
 
 #include <gtest/gtest.h>
 
@@ -28,29 +27,3 @@ TEST(FibPimIntfDeathTest, WildcardRoutesAreKeyedByTheirOwnKey) {
 }
 
 } // namespace
-
-namespace Gant::Test {
-
-using namespace Routing::Multicast::Fib::PimIntf;
-
-template <>
-struct ValueSamples<PrefixKey> : Samples<PrefixKey> {
-   static std::vector<PrefixKey> distinct() {
-      auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
-      return {PrefixKey(), PrefixKey(p("10.0.0.0/8"), L3::VrfName("red")), PrefixKey(p("11.0.0.0/8"), L3::VrfName("a"))};
-   }
-};
-
-template <>
-struct ValueSamples<PrefixMroute> : Samples<PrefixMroute> {
-   static std::vector<PrefixMroute> distinct() {
-      auto p = [](const char* t) { return Gant::fromText<Pakto::IpGenPrefix>(t); };
-      return {PrefixMroute(), PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet1")),
-              PrefixMroute(p("10.0.0.0/8"), Pakto::IntfId("Ethernet2"))};
-   }
-};
-
-using PimIntfTypes = ::testing::Types<PrefixKey, PrefixMroute>;
-INSTANTIATE_TYPED_TEST_SUITE_P(FibPimIntf, ValueContract, PimIntfTypes);
-
-} // namespace Gant::Test

@@ -208,34 +208,7 @@ struct ValueSamples<Multicast::Group::GroupKey> : Samples<Multicast::Group::Grou
    static std::vector<G> distinct() { return {G(0, 0, 0), G(0, 0, 1), G(0, 1, 0), G(65535, 65535)}; }
 };
 
-template <>
-struct ValueSamples<RouteKeyType> : Samples<RouteKeyType> {
-   static std::vector<RouteKeyType> distinct() {
-      return {RouteKeyType::unknownRouteKeyType, RouteKeyType::vlanFloodset, RouteKeyType::ethGroup,
-              RouteKeyType::mroute};
-   }
-   static std::vector<std::pair<RouteKeyType, std::string>> texts() {
-      return {{RouteKeyType::evpnMultihomeFloodset, "'evpnMultihomeFloodset'"}};
-   }
-   static std::vector<std::string> badTexts() { return {"'route'", "mroute"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 8}), "Routing::Multicast::Fib::RouteKeyType value 8 not allowed"}};
-   }
-};
-
-template <>
-struct ValueSamples<Multicast::Group::McastGroupKind> : Samples<Multicast::Group::McastGroupKind> {
-   using K = Multicast::Group::McastGroupKind;
-   static std::vector<K> distinct() { return {K::mcastGroupKindTapAgg, K::mcastGroupKindTapAggLimitRange}; }
-   static std::vector<std::pair<K, std::string>> texts() { return {{K::mcastGroupKindTapAgg, "'mcastGroupKindTapAgg'"}}; }
-   static std::vector<std::string> badTexts() { return {"'mcastGroupKindTapAggLimit'"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 0}), "Multicast::Group::McastGroupKind value 0 not allowed"}};
-   }
-};
-
-using KeyTypes = ::testing::Types<IpGenRouteKey, RouteKey, Multicast::Group::GroupKey, RouteKeyType,
-                                  Multicast::Group::McastGroupKind>;
+using KeyTypes = ::testing::Types<IpGenRouteKey, RouteKey, Multicast::Group::GroupKey>;
 INSTANTIATE_TYPED_TEST_SUITE_P(RouteKeys, ValueContract, KeyTypes);
 
 } // namespace Gant::Test

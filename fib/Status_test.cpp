@@ -1,5 +1,4 @@
 #include "fib/Status.h"
-#include "gant/testlib/ValueContract.h"
 
 #include <gtest/gtest.h>
 
@@ -34,29 +33,3 @@ TEST(FibIntf, FlagsAloneMakeItNonEmptyAndAreRangeChecked) {
 }
 
 } // namespace
-
-namespace Gant::Test {
-
-using namespace Routing::Multicast::Fib;
-
-template <>
-struct ValueSamples<Intf::IntfFlags> : Samples<Intf::IntfFlags> {
-   using F = Intf::IntfFlags;
-   static std::vector<F> distinct() { return {F(0), F(1), F(0x3f)}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 0x40}), "IntfFlags::value > 0x3f not allowed"}};
-   }
-};
-
-template <>
-struct ValueSamples<Intf> : Samples<Intf> {
-   static std::vector<Intf> distinct() {
-      return {Intf(), Intf(Pakto::IntfId("Ethernet1"), Intf::IntfFlags(0)),
-              Intf(Pakto::IntfId("Ethernet1"), Intf::IntfFlags(3))};
-   }
-};
-
-using StatusTypes = ::testing::Types<Intf::IntfFlags, Intf>;
-INSTANTIATE_TYPED_TEST_SUITE_P(FibStatus, ValueContract, StatusTypes);
-
-} // namespace Gant::Test

@@ -15,9 +15,9 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -26,31 +26,21 @@ using namespace std::string_view_literals;
 
 // Valid texts to start mutating from; the first also sizes the random logs.
 template <class T>
-std::vector<std::string> seeds();
-template <>
-std::vector<std::string> seeds<Pakto::AddressFamily>() { return {"'ipv4'", "'ipv6'", "'ipunknown'"}; }
-template <>
-std::vector<std::string> seeds<Pakto::IpAddr>() { return {"10.0.0.1", "255.255.255.255", "0.0.0.0"}; }
-template <>
-std::vector<std::string> seeds<Pakto::Prefix>() { return {"10.0.0.0/8", "239.1.2.3/32", "0.0.0.0/0", "1.2.3.4"}; }
-template <>
-std::vector<std::string> seeds<Pakto::IpGenAddr>() {
-   return {"10.0.0.1", "2001:db8::1", "::ffff:192.0.2.1", "ff02::1:ff00:1", "", "::"};
+std::vector<std::string> seeds() {
+   using namespace Pakto;
+   if constexpr (std::is_same_v<T, AddressFamily>) return {"'ipv4'", "'ipv6'", "'ipunknown'"};
+   else if constexpr (std::is_same_v<T, IpAddr>) return {"10.0.0.1", "255.255.255.255", "0.0.0.0"};
+   else if constexpr (std::is_same_v<T, Prefix>) return {"10.0.0.0/8", "239.1.2.3/32", "0.0.0.0/0", "1.2.3.4"};
+   else if constexpr (std::is_same_v<T, IpGenAddr>)
+      return {"10.0.0.1", "2001:db8::1", "::ffff:192.0.2.1", "ff02::1:ff00:1", "", "::"};
+   else if constexpr (std::is_same_v<T, IpGenPrefix>)
+      return {"10.0.0.0/8", "ff00::/8", "2001:db8::1/128", "", "::/0", "1.2.3.4"};
+   else if constexpr (std::is_same_v<T, IntfId>)
+      return {"Ethernet1/2/3", "Ethernet3/1.100", "Port-Channel10", "Vlan100", "Cpu", "Management1/1", ""};
+   else if constexpr (std::is_same_v<T, EthAddr>) return {"01:00:5e:01:02:03", "FF:ff:00:11:22:33"};
+   else if constexpr (std::is_same_v<T, L3::VrfName>) return {"'default'", "''", R"('it\'s')"};
+   else return {"'ns-mgmt'", "''"};
 }
-template <>
-std::vector<std::string> seeds<Pakto::IpGenPrefix>() {
-   return {"10.0.0.0/8", "ff00::/8", "2001:db8::1/128", "", "::/0", "1.2.3.4"};
-}
-template <>
-std::vector<std::string> seeds<Pakto::IntfId>() {
-   return {"Ethernet1/2/3", "Ethernet3/1.100", "Port-Channel10", "Vlan100", "Cpu", "Management1/1", ""};
-}
-template <>
-std::vector<std::string> seeds<Pakto::EthAddr>() { return {"01:00:5e:01:02:03", "FF:ff:00:11:22:33"}; }
-template <>
-std::vector<std::string> seeds<L3::VrfName>() { return {"'default'", "''", R"('it\'s')"}; }
-template <>
-std::vector<std::string> seeds<Pakto::NamespaceName>() { return {"'ns-mgmt'", "''"}; }
 
 // Characters that matter to some parser, plus a few that matter to none.
 constexpr std::string_view kAlphabet = "0123456789abcdefABCDEF.:/-'\\,}){[ %xEthernetPortVlanCpu\0\xff"sv;

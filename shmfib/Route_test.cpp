@@ -172,34 +172,6 @@ struct ValueSamples<OifIndex> : Samples<OifIndex> {
 };
 
 template <>
-struct ValueSamples<Route::RouteFlags> : Samples<Route::RouteFlags> {
-   using F = Route::RouteFlags;
-   static std::vector<F> distinct() { return {F(0), F(1), F(0x3f)}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 0x40}), "RouteFlags::value > 0x3f not allowed"}};
-   }
-};
-
-template <>
-struct ValueSamples<Route::IifFlags> : Samples<Route::IifFlags> {
-   using F = Route::IifFlags;
-   static std::vector<F> distinct() { return {F(0), F(1)}; }
-   static std::vector<std::pair<F, std::string>> texts() { return {{F(0), "False"}}; }
-   static std::vector<std::string> badTexts() { return {"2"}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 2}), "IifFlags::value > 0x1 not allowed"}};
-   }
-};
-
-template <>
-struct ValueSamples<IntfFlags> : Samples<IntfFlags> {
-   static std::vector<IntfFlags> distinct() { return {IntfFlags(0), IntfFlags(0x10), IntfFlags(0x3f)}; }
-   static std::vector<std::pair<std::string, std::string>> badLogs() {
-      return {{bytes({0, 0, 0, 0x40}), "IntfFlags::value > 0x3f not allowed"}};
-   }
-};
-
-template <>
 struct ValueSamples<Route> : Samples<Route> {
    static std::vector<Route> distinct() {
       auto key = Routing::Multicast::Fib::makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>("10.0.0.1/32"),
@@ -217,27 +189,7 @@ struct ValueSamples<Route> : Samples<Route> {
    }
 };
 
-template <>
-struct ValueSamples<OifIndexIntf> : Samples<OifIndexIntf> {
-   static std::vector<OifIndexIntf> distinct() {
-      OifIndexIntf b(OifIndex(3));
-      b.intfIs(Pakto::IntfId("Ethernet1"));
-      b.refCountIs(2);
-      return {OifIndexIntf(), OifIndexIntf(OifIndex(3)), b};
-   }
-};
-
-template <>
-struct ValueSamples<BidirGroup> : Samples<BidirGroup> {
-   static std::vector<BidirGroup> distinct() {
-      BidirGroup b(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8"));
-      b.rpaIs(5);
-      return {BidirGroup(), BidirGroup(Gant::fromText<Pakto::IpGenPrefix>("239.0.0.0/8")), b};
-   }
-};
-
-using RecordTypes = ::testing::Types<OifIndex, Route::RouteFlags, Route::IifFlags, IntfFlags, Route, OifIndexIntf,
-                                     BidirGroup>;
+using RecordTypes = ::testing::Types<OifIndex, Route>;
 INSTANTIATE_TYPED_TEST_SUITE_P(ShmRecords, ValueContract, RecordTypes);
 
 } // namespace Gant::Test

@@ -57,6 +57,11 @@ Outcome runTool(const std::string& words) {
 
 std::string firstLine(const std::string& s) { return s.substr(0, s.find('\n')); }
 
+::testing::AssertionResult has(const std::string& text, const std::string& part) {
+   if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+   return ::testing::AssertionFailure() << "no \"" << part << "\" in:\n" << text;
+}
+
 // tools/rejects.golden: "$ ARGS" then "STATUS LINE", LINE being the first
 // line of stderr, or for status 0 a line stdout holds.
 TEST(ToolCommandLine, MalformedInputsAreRefusedWithTheirStatusAndMessage) {
@@ -83,15 +88,12 @@ TEST(ToolCommandLine, MalformedInputsAreRefusedWithTheirStatusAndMessage) {
       ASSERT_TRUE(WIFEXITED(r.status)) << "ended by signal " << WTERMSIG(r.status) << "\n" << r.err;
       EXPECT_EQ(WEXITSTATUS(r.status), want) << r.err;
       if (want == 0) {
-         EXPECT_NE(r.out.find(text + "\n"), std::string::npos) << r.out << r.err;
+         EXPECT_TRUE(has(r.out, text + "\n")) << r.err;
          continue;
       }
       EXPECT_EQ(firstLine(r.err), text);
       EXPECT_EQ(r.out, "");
-      // A usage error shows how the command is used.
-      if (want == 2) {
-         EXPECT_NE(r.err.find("\nusage: mcastfib"), std::string::npos) << r.err;
-      }
+      if (want == 2) { EXPECT_TRUE(has(r.err, "\nusage: mcastfib")); }
    }
    EXPECT_GT(count, 50);
    for (const auto& f : fixtures) ::unlink(f.first.c_str());
@@ -200,21 +202,18 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
       const Outcome r = runTool("table dump " + name);
       EXPECT_EQ(r.status, 0) << r.err;
       EXPECT_TRUE(r.out.starts_with(header)) << r.out;
-      EXPECT_NE(r.out.find(writerLine), std::string::npos) << r.out;
+      EXPECT_TRUE(has(r.out, writerLine));
       // Ordered by key, the attributes not at their default.
-      EXPECT_NE(r.out.find("\nroute: 2 records of Pond::Multicast::Fib::Route (capacity 12000)\n"
-                           "  (*,239.1.1.2) {'iif': Vlan100}\n"
-                           "  (10.0.0.1,239.1.1.1) {'iif': Ethernet1}\n"),
-                std::string::npos)
-          << r.out;
-      EXPECT_NE(r.out.find("\noifIndexIntf: 0 records of Pond::Multicast::Fib::OifIndexIntf (capacity 1024)\n"),
-                std::string::npos);
+      EXPECT_TRUE(has(r.out, "\nroute: 2 records of Pond::Multicast::Fib::Route (capacity 12000)\n"
+                             "  (*,239.1.1.2) {'iif': Vlan100}\n"
+                             "  (10.0.0.1,239.1.1.1) {'iif': Ethernet1}\n"));
+      EXPECT_TRUE(has(r.out, "\noifIndexIntf: 0 records of Pond::Multicast::Fib::OifIndexIntf (capacity 1024)\n"));
    }
 
    // watch: the same dump, then each change as it happens, until the writer
    // goes; or until a signal, which ends it as the signal would.
    Watcher follows(segment), interrupted(segment);
-   for (Watcher* w : {&follows, &interrupted}) EXPECT_NE(w->dump.find(writerLine), std::string::npos) << w->dump;
+   for (Watcher* w : {&follows, &interrupted}) EXPECT_TRUE(has(w->dump, writerLine));
    ::kill(interrupted.pid, SIGTERM);
    int status = interrupted.end();
    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
@@ -231,9 +230,8 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    ::waitpid(std::exchange(cleanup.pid, 0), nullptr, 0);
    const Outcome after = runTool("table dump " + segment);
    EXPECT_EQ(after.status, 0) << after.err;
-   EXPECT_NE(after.out.find("writer pid " + std::to_string(pid) + " gone, generation 1"), std::string::npos)
-       << after.out;
-   EXPECT_NE(after.out.find("route: 2 records"), std::string::npos) << after.out;
+   EXPECT_TRUE(has(after.out, "writer pid " + std::to_string(pid) + " gone, generation 1"));
+   EXPECT_TRUE(has(after.out, "route: 2 records"));
 
    // Damage no writer made is shown as such, never read as a record: one
    // record fails its check, another keeps a good check around an interface
@@ -254,9 +252,8 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    ::munmap(base, c.queueOffset);
    const Outcome damaged = runTool("table dump " + segment);
    EXPECT_EQ(damaged.status, 0) << damaged.err;
-   EXPECT_NE(damaged.out.find("\n  slot " + std::to_string(live[0]) + ": corrupt\n"), std::string::npos)
-       << damaged.out;
-   EXPECT_NE(damaged.out.find(") damaged record 0x"), std::string::npos) << damaged.out;
+   EXPECT_TRUE(has(damaged.out, "\n  slot " + std::to_string(live[0]) + ": corrupt\n"));
+   EXPECT_TRUE(has(damaged.out, ") damaged record 0x"));
 }
 
 } // namespace
