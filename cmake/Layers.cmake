@@ -17,7 +17,8 @@
 # only the library's own sources include: they are not installed.
 #
 # Sets in the caller's scope, accumulated over the layers:
-#   MCASTFIB_LAYERS, public_headers, generated_headers, test_sources.
+#   MCASTFIB_LAYERS, MCASTFIB_DIRS (the whole folders, bottom up),
+#   public_headers, generated_headers, test_sources.
 
 function(mcastfib_layer name)
   cmake_parse_arguments(L "" "" "DIRS;FILES;BELOW;INTERNAL" ${ARGN})
@@ -118,6 +119,7 @@ function(mcastfib_layer name)
   target_link_libraries(mcastfib_${name} PUBLIC ${below})
 
   set(MCASTFIB_LAYERS ${MCASTFIB_LAYERS} ${name} PARENT_SCOPE)
+  set(MCASTFIB_DIRS ${MCASTFIB_DIRS} ${L_DIRS} PARENT_SCOPE)
   set(public_headers ${public_headers} ${headers} PARENT_SCOPE)
   set(generated_headers ${generated_headers} ${gen_headers} PARENT_SCOPE)
   set(test_sources ${test_sources} ${tests} PARENT_SCOPE)
