@@ -66,7 +66,8 @@ std::string distrust(const struct stat& st, uid_t self, mode_t mode, std::size_t
 
 } // namespace
 
-Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created) {
+Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created,
+                               bool keepOtherSize) {
    Sys::Calls& sys = Sys::calls();
    const auto self = static_cast<uid_t>(sys.geteuid().value);
    Segment s;
@@ -95,6 +96,8 @@ Segment Segment::openForWriter(const std::string& name, std::size_t size, mode_t
          break;
       }
       if (r.ok()) Sys::discard(sys.close(static_cast<int>(r.value)));
+      if (keepOtherSize && why.starts_with("of "))
+         throw Gant::TableError("shared segment " + name + " holds another layout (" + why + "); it is kept, not replaced");
       // Never reopened: a new object under the name, or nothing.
       FLASHLOG(trace, 1, "replacing shared segment ", name, ": it is ", why);
       if (!sys.shm_unlink(name.c_str()).ok())

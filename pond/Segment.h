@@ -25,9 +25,11 @@ class Segment {
    // The writer's side: creates the object exclusively (mode, e.g. 0600),
    // sized to `size`. An object already there is reopened only when it is
    // this user's, no wider open than mode and of this size; any other is
-   // replaced, or refused (Gant::TableError) where it cannot be removed.
+   // replaced, or refused (Gant::TableError) where it cannot be removed;
+   // with keepOtherSize, one of this user of another size is refused too.
    // Sets `created`. Throws Gant::ErrnoError naming a failed call.
-   static Segment openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created);
+   static Segment openForWriter(const std::string& name, std::size_t size, mode_t mode, bool& created,
+                                bool keepOtherSize = false);
    // A reader's side: opens read-only and maps all there is, refusing an
    // object smaller than minSize (the header, say). Throws Gant::ErrnoError, or
    // Gant::TableError for a short object. The mapping is guarded: should

@@ -47,9 +47,11 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    // One writer per table; the kernel drops the lock when the writer dies.
    lock_ = std::make_unique<WriterLock>(writerLockPath(wakePath), mountPath);
    bool created = false;
-   segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created);
+   segment_ = Segment::openForWriter(name, layout.segmentSize, options.mode, created, options.keepOtherLayout);
    if (!created) {
       if (std::string why = distrust(layout, codecs); !why.empty()) {
+         if (options.keepOtherLayout && why.starts_with("another layout"))
+            throw Gant::TableError("shared segment " + name + " holds " + why + "; it is kept, not replaced");
          FLASHLOG(trace, 1, "replacing segment ", name, ": ", why);
          segment_ = Segment();
          Segment::unlink(name);

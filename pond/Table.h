@@ -23,6 +23,11 @@ struct Options {
    uid_t writerUid = static_cast<uid_t>(-1);
    // Connections a writer keeps for readers; more are told they are refused.
    std::size_t maxReaders = 256;
+   // A writer that finds a segment of another layout (size, type, record
+   // shapes) under its name replaces it. A table whose contents must outlive
+   // its writer (indexes handed out) refuses it instead: a new layout would
+   // silently lose them.
+   bool keepOtherLayout = false;
 };
 
 // Per collection: how to hash a key, and (optionally) whether key bytes met
@@ -38,7 +43,8 @@ class TableWriter {
  public:
    // Creates the table, or re-opens the one a previous writer of this path
    // left (after a crash, say) and continues from its contents. A segment of
-   // another layout is replaced. Throws when another writer holds the table.
+   // another layout is replaced (or refused: keepOtherLayout). Throws when
+   // another writer holds the table.
    TableWriter(const std::string& mountPath, const TableShape& shape, std::vector<CollectionCodec> codecs,
                Loop::EventLoop* loop, const Options& options = {});
    ~TableWriter();

@@ -652,6 +652,14 @@ class PondAttr(AttrEmitter):
                f'{i2}   return Pond::MapReader<{ct}>(collectionView({idx})).find(k);',
                f'{i2}}}',
                f'{i2}uint32_t {n}Size() const {{ return collectionView({idx}).size(); }}',
+               f'{i2}// Every record, in slot order; records that break their rules are skipped.',
+               f'{i2}template <class F>',
+               f'{i2}void {n}ForEach(F f) const {{',
+               f'{i2}   const Pond::CollectionReader& c = collectionView({idx});',
+               f'{i2}   {ct} r;',
+               f'{i2}   for (uint32_t s = 0; s < c.map().capacity; ++s)',
+               f'{i2}      if (c.readSlot(s, &r) == Pond::ReadStatus::found && Gant::validValue(r)) f(r);',
+               f'{i2}}}',
                f'{i2}void {n}Is(const {ct}& r) {{',
                f'{i2}   requireWriter();']
         if tr:
