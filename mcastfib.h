@@ -49,3 +49,7 @@
 #include "pond/TableEntity.h"
 #include "shmfib/Route.h"
 #include "shmfib/RouteTable.h"
+
+// Bit index allocator
+#include "bitmapper/BitMapper.h"
+#include "bitmapper/BitMapperSm.h"
