@@ -23,6 +23,46 @@ using OrderedSet = std::set<K>;
 template <class K>
 using HashedSet = std::unordered_set<K, Hash<K>>;
 
+// A hashed map whose removed entries leave their nodes for the next inserts,
+// with buckets for n entries made up front: a map that stays within n
+// entries allocates only while it first grows to its largest size, not on
+// each insert after a remove (the request path of an allocator, say).
+template <class K, class V>
+class ReusingHashedMap : public HashedMap<K, V> {
+   using Base = HashedMap<K, V>;
+
+ public:
+   explicit ReusingHashedMap(std::size_t n = 0) : n_(n) {
+      this->reserve(n);
+      spare_.reserve(n);
+   }
+   ReusingHashedMap(const ReusingHashedMap& o) : Base(o), n_(o.n_) { spare_.reserve(n_); }
+   ReusingHashedMap& operator=(const ReusingHashedMap& o) {
+      Base::operator=(o);
+      return *this;
+   }
+
+   std::pair<typename Base::iterator, bool> try_emplace(const K& k, const V& v) {
+      if (auto it = this->find(k); it != this->end() || spare_.empty()) return Base::try_emplace(k, v);
+      typename Base::node_type node = std::move(spare_.back());
+      spare_.pop_back();
+      node.key() = k;
+      node.mapped() = v;
+      return {this->insert(std::move(node)).position, true};
+   }
+   using Base::erase;
+   std::size_t erase(const K& k) {
+      typename Base::node_type node = this->extract(k);
+      if (!node) return 0;
+      if (spare_.size() < n_) spare_.push_back(std::move(node));
+      return 1;
+   }
+
+ private:
+   std::size_t n_;
+   std::vector<typename Base::node_type> spare_;
+};
+
 // Insert or overwrite; false when the stored value already equals v.
 template <class M, class K, class V>
 bool mapSet(M& m, const K& k, const V& v) {

@@ -416,18 +416,32 @@ class CollAttr(AttrEmitter):
 
 
 class MapAttr(CollAttr):
-    """map x : K -> V [hashed, keyof]"""
-    options = frozenset({'hashed', 'keyof'})
+    """map x : K -> V [hashed, keyof, reserve=N]"""
+    options = frozenset({'hashed', 'keyof', 'reserve'})
     what = 'map'
 
     def coll_type(self):
-        return (f'Gant::{"HashedMap" if self.a.opts.get("hashed") else "OrderedMap"}'
-                f'<{self.ct}, {cpp_type(self.a.vtype)}>')
+        kind = ('ReusingHashedMap' if self.a.opts.get('reserve') else
+                'HashedMap' if self.a.opts.get('hashed') else 'OrderedMap')
+        return f'Gant::{kind}<{self.ct}, {cpp_type(self.a.vtype)}>'
 
     def check(self, where):
         super().check(where)
+        where_ = f'{self.g.file}:{self.a.line}'
         if where == 'value' and self.a.opts.get('keyof'):
-            raise SchemaError(f'{self.g.file}:{self.a.line}: keyof only in an entity')
+            raise SchemaError(f'{where_}: keyof only in an entity')
+        reserve = self.a.opts.get('reserve')
+        if reserve is not None:
+            if where == 'value' or not self.a.opts.get('hashed'):
+                raise SchemaError(f'{where_}: reserve only on a hashed map of an entity')
+            if not str(reserve).isdigit():
+                raise SchemaError(f'{where_}: reserve=N expects a number, not {reserve}')
+
+    def member(self, i2):
+        reserve = self.a.opts.get('reserve')
+        if reserve:
+            return [f'{i2}{self.coll_type()} {self.name}_{{{reserve}}};']
+        return self.v_member(i2)
 
     def v_setters(self, i2):
         n, k, v = self.name, self.key_arg(), self.g.arg(self.a.vtype)
