@@ -110,6 +110,8 @@ class TableReader {
 
    bool mounted() const noexcept { return segment_.base() != nullptr; }
    bool ready() const noexcept { return ready_; }
+   // Connected to a live writer (false after it went away, until it returns).
+   bool writerConnected() const noexcept { return wake_.connected(); }
    // Stays at one address for the reader's life; answers "absent" while
    // the table is not mounted.
    const CollectionReader& collection(std::size_t i) const { return *readers_.at(i); }

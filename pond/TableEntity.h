@@ -24,6 +24,9 @@ class TableEntity : public Gant::Entity, private Pond::TableHandler {
    bool isWriter() const noexcept { return writer_ != nullptr; }
    bool isReader() const noexcept { return reader_ != nullptr; }
    bool tableReady() const noexcept { return writer_ || (reader_ && reader_->ready()); }
+   // This process writes the table, or a live writer serves this reader; a
+   // reader keeps what a writer that died left, so its records stay readable.
+   bool writerAlive() const noexcept { return writer_ || (reader_ && reader_->writerConnected()); }
    Pond::TableWriter* tableWriter() const noexcept { return writer_.get(); }
    Pond::TableReader* tableReader() const noexcept { return reader_.get(); }
    // The text of the last corruption met (by a reader's lookups, or by the

@@ -7,10 +7,14 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cstring>
 
 namespace Sys {
 
@@ -71,6 +75,41 @@ Result Calls::lstat(const char* path, struct stat* st) {
 Result Calls::chmod(const char* path, mode_t mode) {
    return retryEintr([&] { return ::chmod(path, mode); });
 }
+Result Calls::getdents64(int fd, void* buf, size_t len) {
+   return retryEintr([&] { return ::syscall(SYS_getdents64, fd, buf, len); });
+}
+Result Calls::inotify_init1(int flags) {
+   return once([&] { return ::inotify_init1(flags); });
+}
+Result Calls::inotify_add_watch(int fd, const char* path, uint32_t mask) {
+   return retryEintr([&] { return ::inotify_add_watch(fd, path, mask); });
+}
+
+std::vector<std::string> directoryNames(const char* path) {
+   Calls& sys = calls();
+   const int fd = static_cast<int>(check(sys.open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0), "open"));
+   std::vector<std::string> names;
+   alignas(8) char buf[8192];
+   for (;;) {
+      const Result r = sys.getdents64(fd, buf, sizeof buf);
+      if (!r.ok()) {
+         discard(sys.close(fd));
+         check(r, "getdents64");
+      }
+      if (r.value == 0) break;
+      for (long at = 0; at < r.value;) {
+         // struct linux_dirent64: ino (8), off (8), reclen (2), type (1), name.
+         uint16_t reclen;
+         std::memcpy(&reclen, buf + at + 16, sizeof reclen);
+         const char* name = buf + at + 19;
+         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0) names.emplace_back(name);
+         at += reclen;
+      }
+   }
+   discard(sys.close(fd));
+   return names;
+}
+
 Result Calls::unlink(const char* path) {
    return retryEintr([&] { return ::unlink(path); });
 }

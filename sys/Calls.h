@@ -18,6 +18,9 @@
 #include <time.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 
 namespace Sys {
@@ -46,6 +49,10 @@ class Calls {
    virtual Result fchmod(int fd, mode_t mode);
    virtual Result lstat(const char* path, struct stat* st);
    virtual Result chmod(const char* path, mode_t mode);
+   // Entries of the directory open at fd, as struct linux_dirent64 records.
+   virtual Result getdents64(int fd, void* buf, size_t len);
+   virtual Result inotify_init1(int flags);
+   virtual Result inotify_add_watch(int fd, const char* path, uint32_t mask);
 
    // Sockets.
    virtual Result socket(int domain, int type, int protocol);
@@ -93,6 +100,10 @@ class Calls {
    // Sleeps for ns nanoseconds (a wait bounded by the clock, not retried).
    virtual Result nanosleep(long ns);
 };
+
+// The names in a directory (without "." and ".."); throws Gant::ErrnoError
+// naming the failed call.
+std::vector<std::string> directoryNames(const char* path);
 
 // The implementation in force for this process: the real calls unless a
 // ScopedCalls has installed another.
