@@ -2,12 +2,16 @@
 // mirror a reader keeps, a producer killed (stale, still there), restarted
 // (live again) and withdrawn (gone).
 #include "shmfib/DirMirror.h"
+#include "shmfib/DirCleanup.h"
 #include "shmfib/DirPublisher.h"
+#include "shmfib/RouteTable.h"
 #include "pond/testlib/Fixture.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,7 +39,9 @@ struct DirMirrorTest : ::testing::Test {
       return c ? c->pondUrl() : "-";
    }
    // A producer in a process of its own; it stops when told, withdrawing or not.
+   std::vector<std::string> urls;
    pid_t producer(const std::string& app, const std::string& url, bool withdraw) {
+      urls.push_back(url);
       int ready[2];
       EXPECT_EQ(::pipe(ready), 0);
       const pid_t pid = ::fork();
@@ -43,6 +49,8 @@ struct DirMirrorTest : ::testing::Test {
          Loop::EpollLoop own;
          auto d = mfibDirFactory(Gant::Name(app));
          MfibDirPublisher pub(AddressFamily::ipv4, app, d, &own, options);
+         auto routes = statusFactory(Gant::Name(app));
+         routes->openWriter(url, &own, options);
          d->dirCollIs(L3::VrfName("red"))->pondUrlIs(url);
          (void)!::write(ready[1], "r", 1);
          own.runUntil([] { return false; }, withdraw ? 0.3 : 60);
@@ -59,6 +67,7 @@ struct DirMirrorTest : ::testing::Test {
       for (AddressFamily af : {AddressFamily::ipv4, AddressFamily::ipv6})
          for (const char* app : {"pim", "static"})
             Pond::Segment::unlink(Pond::segmentName(options.prefix, MfibDirTable::mountPath(af, app)));
+      for (const std::string& url : urls) Pond::Segment::unlink(Pond::segmentName(options.prefix, url));
    }
 };
 
@@ -108,6 +117,23 @@ TEST_F(DirMirrorTest, AKilledProducerIsStaleUntilItReturns) {
    ::waitpid(second, nullptr, 0);
    loop.runUntil([&] { return apps().empty(); }, 5);
    EXPECT_TRUE(apps().empty()) << "withdrawn";
+}
+
+TEST_F(DirMirrorTest, WhatADeadProducerLeftIsRemovedByCommand) {
+   MfibDirMirror mirror(AddressFamily::ipv4, dir, loop, options);
+   const std::string url = "routing/multicast/routestatus/red/pim";
+   const pid_t pid = producer("pim", url, false);
+   Pond::Test::KillOnExit reap{pid};
+   EXPECT_THROW(removeDeadProducer(AddressFamily::ipv4, "pim", options), Gant::TableError) << "it runs";
+   ::kill(pid, SIGKILL);
+   ::waitpid(pid, nullptr, 0);
+   EXPECT_EQ(removeDeadProducer(AddressFamily::ipv4, "pim", options),
+             (std::vector<std::string>{url, "routing/multicast/fibdir/pim"}));
+   loop.runUntil([&] { return apps().empty(); }, 5);
+   EXPECT_TRUE(apps().empty());
+   const int fd = ::shm_open(Pond::segmentName(options.prefix, url).c_str(), O_RDONLY, 0);
+   EXPECT_EQ(fd, -1) << "the route table is gone too";
+   EXPECT_THROW(removeDeadProducer(AddressFamily::ipv4, "pim", options), Gant::TableError) << "nothing left";
 }
 
 } // namespace
