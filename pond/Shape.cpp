@@ -97,4 +97,14 @@ std::string segmentName(const std::string& prefix, const std::string& mountPath)
    return out;
 }
 
+std::string decodeMountPath(std::string_view s) {
+   std::string out;
+   for (std::size_t i = 0; i < s.size(); ++i) {
+      if (s.compare(i, 3, "%2f") == 0) out += '/', i += 2;
+      else if (s.compare(i, 3, "%25") == 0) out += '%', i += 2;
+      else out += s[i];
+   }
+   return out;
+}
+
 } // namespace Pond

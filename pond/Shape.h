@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Pond {
@@ -38,5 +39,8 @@ std::string layoutMismatch(const SegmentHeader& expected, const SegmentHeader& f
 // The shared-memory object name of a table mounted at path: "/" + prefix + "."
 // + the path with '/' written as '%2f' and '%' as '%25' (names cannot hold '/').
 std::string segmentName(const std::string& prefix, const std::string& mountPath);
+// The mount path back from its encoded form (what follows the prefix and the
+// dot in a segment's name).
+std::string decodeMountPath(std::string_view encoded);
 
 } // namespace Pond

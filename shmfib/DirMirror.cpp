@@ -12,16 +12,6 @@ namespace Pond::Multicast::Fib {
 
 namespace {
 Flashlog::Handle& trace = Flashlog::handle("Mroute::MfibPond");
-
-std::string decode(std::string_view s) {
-   std::string out;
-   for (std::size_t i = 0; i < s.size(); ++i) {
-      if (s.compare(i, 3, "%2f") == 0) out += '/', i += 2;
-      else if (s.compare(i, 3, "%25") == 0) out += '%', i += 2;
-      else out += s[i];
-   }
-   return out;
-}
 } // namespace
 
 std::string MfibDirMirror::tablePrefix(Pakto::AddressFamily af, const std::string& prefix) {
@@ -77,7 +67,7 @@ void MfibDirMirror::readEvents() {
 
 bool MfibDirMirror::appOf(const std::string& objectName, Gant::String& app) const {
    if (!objectName.starts_with(objectPrefix_) || objectName.size() == objectPrefix_.size()) return false;
-   app = decode(std::string_view(objectName).substr(objectPrefix_.size()));
+   app = Pond::decodeMountPath(std::string_view(objectName).substr(objectPrefix_.size()));
    return true;
 }
 

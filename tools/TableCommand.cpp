@@ -49,16 +49,6 @@ struct Location {
    std::string mountPath;
 };
 
-std::string decodePath(std::string_view s) {
-   std::string out;
-   for (std::size_t i = 0; i < s.size(); ++i) {
-      if (s.compare(i, 3, "%2f") == 0) out += '/', i += 2;
-      else if (s.compare(i, 3, "%25") == 0) out += '%', i += 2;
-      else out += s[i];
-   }
-   return out;
-}
-
 Location locate(const std::string& arg, const std::string& prefix) {
    const std::string segment = arg.starts_with("/dev/shm/") ? arg.substr(8)
                                : arg.starts_with("/")       ? arg
@@ -67,7 +57,7 @@ Location locate(const std::string& arg, const std::string& prefix) {
    const std::size_t dot = name.find('.');
    if (name.find('/') != std::string_view::npos || dot == std::string_view::npos || dot == 0)
       throw std::runtime_error(arg + " names no shared-memory table (/dev/shm/PREFIX.PATH)");
-   return {segment, std::string(name.substr(0, dot)), decodePath(name.substr(dot + 1))};
+   return {segment, std::string(name.substr(0, dot)), Pond::decodeMountPath(name.substr(dot + 1))};
 }
 
 std::string fixedText(const char* s, std::size_t n, const std::string& segment) {
