@@ -163,8 +163,18 @@ uint32_t CollectionWriter::recover() {
    // Repair rewrites slots and moves index entries: a change under way to
    // readers, until the first change this writer publishes.
    beginChange();
+   const SlotHeader* kept = m_.slot(m_.capacity);
    for (uint32_t i = 0; i < m_.capacity; ++i) {
       SlotHeader* s = m_.slot(i);
+      // Left in the middle of a rewrite in place: back to the record kept
+      // before it, as a new version.
+      if (s->seq == (nextVersion(kept->seq) | kSeqWriting) && kept->check == i && (kept->seq & kSeqLive)) {
+         const uint32_t seq = nextVersion(s->seq) | kSeqLive;
+         copyToShared(m_.slotData(i), m_.slotData(m_.capacity), m_.recordSize);
+         storeGuarded(s->check, recordCheck(seq, m_.slotData(i), m_.recordSize));
+         storeRelease(s->seq, seq);
+         continue;
+      }
       // Left mid-write by a writer that died, or changed behind the
       // writers' backs: the record is lost.
       if ((s->seq & kSeqWriting) ||
@@ -216,6 +226,7 @@ bool CollectionWriter::upsert(const void* record) {
    if (findSlot(record, hash, slot, bucket)) {
       if (std::memcmp(m_.slotData(slot), record, m_.recordSize) == 0) return false;
       beginChange();
+      keepBeforeRewrite(slot);
       writeSlot(slot, record, true);
       enqueue(slot, record);
       return true;

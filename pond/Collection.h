@@ -283,6 +283,7 @@ class CollectionWriter {
       if (!findSlotWith(&key, hash, sameKey, slot, bucket)) return insertAt(&r, hash, bucket);
       if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
       beginChange();
+      keepBeforeRewrite(slot);
       writeSlotBytes<sizeof(R)>(slot, &r);
       enqueueBytes<sizeof(Key)>(slot, &key);
       return true;
@@ -326,6 +327,17 @@ class CollectionWriter {
    }
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
    void writeSlot(uint32_t slot, const void* record, bool live);
+   // Before a live record is rewritten in place, its bytes and version go to
+   // the spare slot past the last one: a writer that dies in the middle of
+   // the rewrite leaves the slot odd, and the next writer puts the record
+   // back as it was instead of losing it (an index handed out must not be).
+   void keepBeforeRewrite(uint32_t slot) {
+      SlotHeader* kept = m_.slot(m_.capacity);
+      storeRelaxed(kept->seq, 0u);
+      copyToShared(m_.slotData(m_.capacity), m_.slotData(slot), m_.recordSize);
+      storeRelaxed(kept->check, slot);
+      storeRelease(kept->seq, m_.slot(slot)->seq);
+   }
    // A live record rewritten in place.
    template <std::size_t Bytes>
    void writeSlotBytes(uint32_t slot, const void* record) {

@@ -16,7 +16,7 @@
 namespace Pond {
 
 constexpr uint64_t kMagic = 0x31444e4f50464d43ull; // "CMFPOND1"
-constexpr uint32_t kLayoutVersion = 4;
+constexpr uint32_t kLayoutVersion = 5;
 constexpr uint32_t kMaxCollections = 4;
 constexpr std::size_t kTypeNameBytes = 96;
 constexpr std::size_t kCollectionNameBytes = 32;

@@ -50,7 +50,8 @@ SegmentHeader layoutFor(const TableShape& shape) {
       c.queueStride = static_cast<uint32_t>(sizeof(QueueEntryHeader) + roundUp8(s.keySize));
       offset = (offset + 63) / 64 * 64; // slots start on a cache line
       c.slotsOffset = offset;
-      offset += uint64_t(c.slotStride) * c.capacity;
+      // One slot more: the copy a rewrite in place keeps of the record it replaces.
+      offset += uint64_t(c.slotStride) * (c.capacity + 1);
       c.indexOffset = offset;
       offset += indexBytes(c.bucketCount);
       c.queueOffset = offset;

@@ -112,6 +112,31 @@ TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
    }
 }
 
+// A writer that died in the middle of rewriting a record in place left the
+// slot odd: the next writer puts back the record as it was before the
+// rewrite (kept in the spare slot), where an insert cut short is lost.
+TEST_F(PondTable, ARewriteCutShortIsUndoneNotLost) {
+   const TableShape shape = itemShape(16);
+   auto writer = std::make_unique<TableWriter>(path, shape, std::vector{Record<Item>::codec()}, &loop, options);
+   {
+      MapWriter<Item> items(writer->collection(0));
+      for (uint32_t k = 0; k < 8; ++k) items.set(Item::make(k, 1));
+      items.set(Item::make(3, 2)); // rewritten in place: version 1 kept
+   }
+   unsigned char* p = mapSegment(*writer);
+   CollectionMap m = CollectionMap::bind(p, layoutFor(shape), 0, &Record<Item>::hash);
+   for (uint32_t i = 0; i < m.capacity; ++i) // the rewrite's odd state, its bytes all written
+      if ((m.slot(i)->seq & kSeqLive) && keyOf<Item>(m.slotData(i)) == 3)
+         m.slot(i)->seq = nextVersion(m.slot(m.capacity)->seq) | kSeqWriting;
+   ::munmap(p, writer->segmentSize());
+   writer.reset();
+   TableWriter restarted(path, shape, {Record<Item>::codec()}, &loop, options);
+   MapReader<Item> items(restarted.view(0));
+   ASSERT_EQ(items.find(3).status, ReadStatus::found);
+   EXPECT_EQ(*items.find(3), Item::make(3, 1));
+   EXPECT_EQ(items.size(), 8u);
+}
+
 // A writer that died in the middle of changes leaves: a record mid-write,
 // a removal cut short after moving an entry back (that entry twice in the
 // index, indexSeq odd), and an insert cut short before its tag (a live
