@@ -31,51 +31,70 @@ void BitMapperSm::handleInitialized() {
    GANT_ASSERT(config()->bitMapSize());
    minBitIndex_ = config_->bitMapMinIndex();
    maxBitIndex_ = minBitIndex_ + config_->bitMapSize();
+   const uint32_t end = clampIndex(maxBitIndex_);
    // A freed index may lie outside the range (held since before the range
    // moved), so the ring also has room for every row the table can hold.
    freePool_.reset(clampIndex(config_->bitMapSize()) + TableInfo::capacity());
    waiting_.reserve(TableInfo::capacity());
-   repairTable();
-   for (uint32_t i = minBitIndex_; i < clampIndex(maxBitIndex_); ++i)
-      if (pondStatus_->bitIndexMap(BitIndex(i)).status == Pond::ReadStatus::absent) freePool_.push(BitIndex(i));
-   pondStatus_->bitIndexMapForEach([&](const BitIndexMap& row) { status_->bitIndexIs(row.bitMapperKey(), row.key()); });
+   // One read of the rows serves the repair, Status and the pool.
+   const std::vector<BitIndexMap> rows = heldRows();
+   std::vector<bool> held(end > minBitIndex_ ? end - minBitIndex_ : 0);
+   for (const BitIndexMap& row : rows)
+      if (row.key().value() >= minBitIndex_ && row.key().value() < end) held[row.key().value() - minBitIndex_] = true;
+   for (uint32_t i = minBitIndex_; i < end; ++i)
+      if (!held[i - minBitIndex_]) freePool_.push(BitIndex(i));
    // Waiting keys are known by the invalid index, so that their release is
    // understood after a restart too. Their order before it is not kept.
-   pondStatus_->waitlistMapForEach([&](const WaitlistMap& row) {
+   std::vector<WaitlistMap> waits;
+   pondStatus_->waitlistMapForEach([&](const WaitlistMap& row) { waits.push_back(row); });
+   for (const WaitlistMap& row : waits) {
+      // Served just before the stop: its requests already count in the index's row.
+      if (status_->bitIndexHas(row.key()) || row.refCount() == 0 || !row.key()) {
+         pondStatus_->waitlistMapDel(row.key());
+         continue;
+      }
       status_->bitIndexIs(row.key(), BitIndex::invalid());
       waiting_.push_back(row.key());
-   });
+   }
    initialized_ = true;
    // Stopped between freeing an index and serving the waiting keys: serve them now.
    if (!freePool_.empty() && !waiting_.empty()) reviewKeyWaitlist();
 }
 
-// What a writer stopped between two of its writes can leave, and what no
-// writer of this allocator leaves but a damaged table may hold, is put
-// right before the pool is built from the table.
-void BitMapperSm::repairTable() {
+// The index rows, each key at one index, entered into Status. What no
+// writer of this allocator leaves but a damaged table may hold is dropped
+// from the table: a row without a holder, and all but the lowest index of a
+// key named twice.
+std::vector<BitIndexMap> BitMapperSm::heldRows() {
    std::vector<BitIndexMap> rows;
+   rows.reserve(pondStatus_->bitIndexMapSize());
    pondStatus_->bitIndexMapForEach([&](const BitIndexMap& row) { rows.push_back(row); });
-   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.key() < b.key(); });
-   std::vector<BitMapperKey> holders;
+   std::vector<BitIndexMap> kept;
+   kept.reserve(rows.size());
+   auto drop = [&](BitIndex index, const char* why) {
+      FLASHLOG(trace, 1, "handleInitialized", "(): dropping the row of index ", index.value(), why);
+      pondStatus_->bitIndexMapDel(index);
+   };
    for (const BitIndexMap& row : rows) {
-      const bool twice = std::find(holders.begin(), holders.end(), row.bitMapperKey()) != holders.end();
-      if (twice || !row.bitMapperKey() || row.refCount() == 0) {
-         FLASHLOG(trace, 1, "handleInitialized", "(): dropping the row of index ", row.key().value(),
-                  twice ? ", its key holds a lower index" : ", it has no holder");
-         pondStatus_->bitIndexMapDel(row.key());
+      if (!row.bitMapperKey() || row.refCount() == 0) {
+         drop(row.key(), ", it has no holder");
          continue;
       }
-      holders.push_back(row.bitMapperKey());
+      status_->bitIndexIs(row.bitMapperKey(), row.key());
+      kept.push_back(row);
    }
-   std::sort(holders.begin(), holders.end());
-   std::vector<WaitlistMap> waits;
-   pondStatus_->waitlistMapForEach([&](const WaitlistMap& row) { waits.push_back(row); });
-   for (const WaitlistMap& row : waits) {
-      // Served just before the stop: its requests already count in the index's row.
-      if (std::binary_search(holders.begin(), holders.end(), row.key()) || row.refCount() == 0 || !row.key())
-         pondStatus_->waitlistMapDel(row.key());
-   }
+   if (status_->bitIndexSize() == kept.size()) return kept; // no key twice: the rule
+   std::sort(kept.begin(), kept.end(), [](const BitIndexMap& a, const BitIndexMap& b) { return a.key() < b.key(); });
+   status_->bitIndexDelAll();
+   std::erase_if(kept, [&](const BitIndexMap& row) {
+      if (!status_->bitIndex(row.bitMapperKey()).isNull()) {
+         drop(row.key(), ", its key holds a lower index");
+         return true;
+      }
+      status_->bitIndexIs(row.bitMapperKey(), row.key());
+      return false;
+   });
+   return kept;
 }
 
 BitIndex BitMapperSm::doAllocBitIndex(const BitMapperKey& bitMapperKey) {
@@ -92,10 +111,11 @@ BitIndex BitMapperSm::doAllocBitIndex(const BitMapperKey& bitMapperKey) {
    }
    if (!freePool_.empty()) {
       const BitIndex index = freePool_.pop();
-      const Pond::Found<WaitlistMap> waiting = pondStatus_->waitlistMap(bitMapperKey);
       // Every request that waited is served by this one index.
-      pondStatus_->bitIndexMapIs(
-          BitIndexMap(index, bitMapperKey, waiting ? waiting->refCount() : 1, index != BitIndex::invalid()));
+      uint32_t holders = 1;
+      if (!waiting_.empty())
+         if (const Pond::Found<WaitlistMap> waiting = pondStatus_->waitlistMap(bitMapperKey)) holders = waiting->refCount();
+      pondStatus_->bitIndexMapIs(BitIndexMap(index, bitMapperKey, holders, index != BitIndex::invalid()));
       status_->bitIndexIs(bitMapperKey, index);
       return index;
    }

@@ -57,7 +57,7 @@ class BitMapperSm : public Gant::PtrInterface {
    void fillPool();
    void waitlistChanged();
    void dropWaiting(const BitMapperKey& key);
-   void repairTable();
+   std::vector<BitIndexMap> heldRows();
 
    Gant::Ptr<Config> config_;
    Gant::Ptr<Status> status_;

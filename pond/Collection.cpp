@@ -122,7 +122,7 @@ ReadStatus CollectionReader::readSlot(uint32_t i, void* out, uint32_t* seqOut) c
    uint32_t seq = 0, check = 0;
    ReadStatus r = readSlotInto(m_, i, out, m_.recordSize, seq, &check);
    if (seqOut) *seqOut = seq;
-   if (r == ReadStatus::found && check != recordCheck(seq, out, m_.recordSize)) return ReadStatus::corrupt;
+   if (r == ReadStatus::found && !own_ && check != recordCheck(seq, out, m_.recordSize)) return ReadStatus::corrupt;
    return r;
 }
 

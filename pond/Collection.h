@@ -215,7 +215,10 @@ class CollectionReader {
 
    // Whether the record version (slot, seq) was already found valid, so a
    // warm lookup validates each version once. A reader-private cache.
-   bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq; }
+   bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq || own_; }
+   // The writer's view of its own records: nobody else writes them, so
+   // there is nothing to check.
+   void ownRecords() noexcept { own_ = true; }
    void markValidated(uint32_t slot, uint32_t seq) const noexcept { validated_[slot] = seq; }
    // Whether copy, a whole copy of version seq of slot, matches the check
    // the writer wrote with it; `changed` when the slot has moved on since
@@ -232,6 +235,7 @@ class CollectionReader {
  private:
    CollectionMap m_;
    mutable std::vector<uint32_t> validated_; // per slot: seq of the version checked (0: none)
+   bool own_ = false;
 };
 
 class WakeServer;

@@ -74,6 +74,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
       CollectionMap m = CollectionMap::bind(segment_.base(), layout, i, codecs[i].hash);
       collections_.push_back(std::make_unique<CollectionWriter>(m));
       views_.push_back(std::make_unique<CollectionReader>(m));
+      views_.back()->ownRecords();
       if (created) {
          collections_.back()->initialize();
       } else {
