@@ -1,4 +1,5 @@
 #include "tools/Commands.h"
+#include "tools/BitmapCommand.h"
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
@@ -90,6 +91,8 @@ const Command table[] = {
      "The writer's table is removed when the command ends, however it ends.", routesCommand},
     {"table", tableSynopsis, "print the records of a shared-memory table, or follow its changes", tableDetails,
      tableCommand},
+    {"bitmap", "[--prefix PREFIX] TABLE", "print a bit index allocator's table: held indexes and waiting keys",
+     bitmapDetails, bitmapCommand},
     {"key", keySynopsis, "build or parse a route key and show its kind, pretty text and text forms", keyDetails,
      keyCommand},
     {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties",

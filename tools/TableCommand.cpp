@@ -39,16 +39,6 @@ const char* const tableDetails =
     "watch prints the same, then each record added, changed or removed as it\n"
     "happens, until the writer goes away or the tool is interrupted.";
 
-namespace {
-
-// ---- finding and checking the segment -------------------------------------
-
-struct Location {
-   std::string segment; // "/" + prefix + "." + encoded mount path
-   std::string prefix;
-   std::string mountPath;
-};
-
 Location locate(const std::string& arg, const std::string& prefix) {
    const std::string segment = arg.starts_with("/dev/shm/") ? arg.substr(8)
                                : arg.starts_with("/")       ? arg
@@ -59,6 +49,23 @@ Location locate(const std::string& arg, const std::string& prefix) {
       throw std::runtime_error(arg + " names no shared-memory table (/dev/shm/PREFIX.PATH)");
    return {segment, std::string(name.substr(0, dot)), Pond::decodeMountPath(name.substr(dot + 1))};
 }
+
+Location locateArgs(std::span<const std::string> rest) {
+   std::string prefix = "mcastfib";
+   while (!rest.empty() && rest[0].starts_with("-")) {
+      if (rest[0] != "--prefix") throw UsageError("unknown option '" + rest[0] + "'");
+      if (rest.size() < 2) throw UsageError("--prefix needs PREFIX");
+      prefix = rest[1];
+      rest = rest.subspan(2);
+   }
+   if (rest.empty()) throw UsageError("missing TABLE");
+   expectArgs(rest, 1, 1);
+   return locate(rest[0], prefix);
+}
+
+namespace {
+
+// ---- finding and checking the segment -------------------------------------
 
 std::string fixedText(const char* s, std::size_t n, const std::string& segment) {
    const std::size_t len = strnlen(s, n);
@@ -401,17 +408,7 @@ int tableCommand(std::span<const std::string> args, std::ostream& out) {
    expectArgs(args, 1, 4);
    const std::string& action = args[0];
    if (action != "dump" && action != "watch") throw UsageError("unknown table action '" + action + "'");
-   std::string prefix = "mcastfib";
-   std::span<const std::string> rest = args.subspan(1);
-   while (!rest.empty() && rest[0].starts_with("-")) {
-      if (rest[0] != "--prefix") throw UsageError("unknown option '" + rest[0] + "'");
-      if (rest.size() < 2) throw UsageError("--prefix needs PREFIX");
-      prefix = rest[1];
-      rest = rest.subspan(2);
-   }
-   if (rest.empty()) throw UsageError("missing TABLE");
-   expectArgs(rest, 1, 1);
-   const Location at = locate(rest[0], prefix);
+   const Location at = locateArgs(args.subspan(1));
    Pond::Segment segment;
    try {
       segment = Pond::Segment::openForReader(at.segment, sizeof(Pond::SegmentHeader));

@@ -1,6 +1,7 @@
 // The mcastfib binary as a person uses it: every malformed command line is
 // refused with its status and message, never a core dump; and a live table,
 // written by another process, is dumped and watched.
+#include "bitmapper/BitMapperSm.h"
 #include "loop/EpollLoop.h"
 #include "pond/WordCopy.h"
 #include "pond/WriterLock.h"
@@ -256,4 +257,58 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    EXPECT_TRUE(has(damaged.out, ") damaged record 0x"));
 }
 
+// ---- an allocator's table ------------------------------------------------------
+
+TEST(ToolBitmap, ShowsHeldIndexesAndWaitingKeysOfAnotherProcess) {
+   Pond::Options options;
+   options.prefix = "mcastfib-tooltest-" + std::to_string(::getpid());
+   const std::string path = "bitmapper/tooltest";
+   const std::string segment = Pond::segmentName(options.prefix, path);
+   int ready[2];
+   ASSERT_EQ(::pipe(ready), 0);
+   const pid_t pid = ::fork();
+   if (pid == 0) {
+      using namespace BitMapper;
+      Loop::EpollLoop loop;
+      auto config = configFactory(2, true);
+      config->bitMapMinIndexIs(10);
+      auto pond = pondStatusFactory(Gant::Name("bitmap"));
+      pond->openAllocatorTable(path, &loop, options);
+      auto sm = bitMapperSmFactory(config, BitMapper::statusFactory(Gant::Name("status")), pond);
+      auto key = [](const char* intf, const char* addr) {
+         return BitMapperKey(Pakto::IntfId(intf), Gant::fromText<Pakto::IpGenAddr>(addr));
+      };
+      for (auto k : {key("Ethernet1", "10.0.0.1"), key("Ethernet2", "10.0.0.2"), key("Ethernet1", "10.0.0.1"),
+                     key("Vlan100", "2001:db8::1"), key("Vlan100", "2001:db8::1")}) {
+         config->allocRequestKeyIs(k);
+         config->allocRequestCountInc();
+      }
+      (void)!::write(ready[1], "r", 1);
+      loop.runUntil([] { return false; }, 60);
+      ::_exit(0);
+   }
+   struct Cleanup {
+      pid_t pid;
+      std::string segment;
+      ~Cleanup() {
+         ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+         ::shm_unlink(segment.c_str());
+         const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+         ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
+      }
+   } cleanup{pid, segment};
+   char started;
+   ASSERT_EQ(::read(ready[0], &started, 1), 1);
+   const Outcome r = runTool("bitmap --prefix " + options.prefix + " " + path);
+   EXPECT_EQ(r.status, 0) << r.err;
+   EXPECT_EQ(r.out, "table bitmapper/tooltest (" + segment + "), writer alive\n"
+                    "2 held, 1 waiting\n"
+                    "index  key                                     holders  new\n"
+                    "10     Ethernet1 10.0.0.1                      2        no\n"
+                    "11     Ethernet2 10.0.0.2                      1        yes\n"
+                    "waiting\n"
+                    "       Vlan100 2001:db8::1                     2\n");
+}
+
 } // namespace
+
