@@ -1,0 +1,105 @@
+// Several producers' tables of one VRF merged by route priority.
+#include "shmfib/MfibPondColl.h"
+#include "flashlog/Capture.h"
+#include "pond/testlib/Fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+namespace {
+
+using namespace Pond::Multicast::Fib;
+
+IpGenRouteKey sg(uint32_t n) {
+   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
+                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
+}
+
+Route routeOf(uint32_t n, uint8_t priority) {
+   Route r(sg(n));
+   r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(n)));
+   r.routePriorityIs(priority);
+   return r;
+}
+
+std::string text(const void* p) {
+   std::ostringstream s;
+   s << p;
+   return s.str();
+}
+
+struct Producers : ::testing::Test {
+   Pond::Options options = Pond::Test::uniqueOptions();
+   std::vector<Gant::Ptr<Status>> tables;
+   Gant::Ptr<MfibPondColl> coll = mfibPondCollFactory(L3::VrfName("red"));
+
+   Status* table(std::size_t i) {
+      while (tables.size() <= i) {
+         auto t = statusFactory("p" + std::to_string(tables.size()));
+         t->openWriter("routing/multicast/routestatus/red/p" + std::to_string(tables.size()), nullptr, options);
+         coll->pondPtrIs(t.ptr(), Gant::PtrConst<Status>(t.ptr()));
+         tables.push_back(t);
+      }
+      return tables[i].ptr();
+   }
+   void TearDown() override {
+      for (auto& t : tables) t->tableWriter()->unlink();
+   }
+};
+
+TEST_F(Producers, TheHighestPriorityIsInForce) {
+   Status *t0 = table(0), *t1 = table(1), *t2 = table(2);
+   t0->routeIs(routeOf(1, 1));
+   t1->routeIs(routeOf(1, 2));
+   t0->routeIs(Route(sg(2))); // every attribute at its default: absent
+   t2->routeIs(routeOf(2, 1));
+   t0->routeIs(routeOf(4, 0)); // priority 0 is never in force
+   t0->routeIs(routeOf(5, 2));
+   t1->routeIs(routeOf(5, 2)); // equal: the table entered first stays
+   struct Case {
+      uint32_t key;
+      const Status* inForce;
+      const Status* without; // nextBestPond without the one in force
+   };
+   for (const Case& c : {Case{1, t1, t0}, Case{2, t2, nullptr}, Case{3, nullptr, nullptr}, Case{4, nullptr, nullptr},
+                         Case{5, t0, t1}}) {
+      SCOPED_TRACE(c.key);
+      EXPECT_EQ(coll->pondKey(sg(c.key)), c.inForce);
+      EXPECT_EQ(coll->mfibPond(sg(c.key)).ptr(), c.inForce);
+      EXPECT_EQ(coll->nextBestPond(c.inForce, sg(c.key)), c.without);
+      EXPECT_EQ(coll->route(sg(c.key)), c.inForce ? *c.inForce->route(sg(c.key)) : Route(sg(c.key)));
+   }
+   EXPECT_FALSE(coll->isBestRoute(t0, sg(1)));
+   EXPECT_TRUE(coll->isBestRoute(t1, sg(1)));
+
+   std::map<IpGenRouteKey, const Status*> merged;
+   for (MfibPondCollRouteIteratorConst it(coll); it; ++it)
+      EXPECT_TRUE(merged.emplace(it.key(), it.pondKey()).second) << "each key once";
+   EXPECT_EQ(merged, (std::map<IpGenRouteKey, const Status*>{{sg(1), t1}, {sg(2), t2}, {sg(5), t0}}));
+   EXPECT_EQ(coll->routes(), 3u);
+
+   coll->pondPtrDel(t1);
+   EXPECT_EQ(coll->pondKey(sg(1)), t0) << "the next in force takes over";
+}
+
+TEST_F(Producers, TheMergedWalkTracesWhyAnEntryLoses) {
+   Status *t0 = table(0), *t1 = table(1);
+   t0->routeIs(routeOf(1, 1));
+   t1->routeIs(routeOf(1, 2));
+   Flashlog::Capture capture("MfibPondCollRouteIterator=8");
+   MfibPondCollRouteIteratorConst it(coll);
+   const std::string key = sg(1).pretty();
+   EXPECT_EQ(capture.lines(), (std::vector<std::string>{
+                                  "Pond Key= " + text(t0), "Route Key= " + key, "My priority= 1",
+                                  "Pond Key " + text(t1) + " has better priority 2 for " + key,
+                                  "Pond Key= " + text(t1), "Route Key= " + key, "My priority= 2",
+                                  "Pond key=" + text(t1) + ", RouteKey=" + key}));
+   capture.clear();
+   ++it;
+   EXPECT_FALSE(it);
+   EXPECT_EQ(capture.lines(), std::vector<std::string>{"Done"});
+}
+
+} // namespace
