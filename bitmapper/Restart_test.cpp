@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <map>
 #include <random>
 #include <set>
@@ -196,6 +197,7 @@ TEST(AllocatorRestart, KilledAtRandomPointsItsIndexesStayWithTheirKeys) {
       EXPECT_EQ(verdict, '0') << "the reader's view: 1 differs from the table, 2 has a key at two indexes";
       if (HasFailure()) break;
    }
+   if (stress) std::printf("%u rounds, %u killed while keys waited\n", rounds, waitedAtKill);
    EXPECT_GT(waitedAtKill, 0u) << "some kills came while keys waited";
    ASSERT_EQ(::write(ask[1], "x", 1), 1);
    EXPECT_EQ(exitCode(reader), 0) << "2: no change seen";

@@ -5,6 +5,7 @@
 // counts as absent, and among equal priorities the table entered first
 // stays in force: tables are kept in the order they were entered.
 #include "shmfib/RouteTable.h"
+#include "gant/AttrLog.h"
 #include "gant/Entity.h"
 
 #include <utility>
@@ -59,6 +60,9 @@ class MfibPondColl : public Gant::Entity {
    const Gant::TypeInfo& typeInfo() const noexcept override { return gantTypeInfo(); }
    static const Gant::TypeInfo& gantTypeInfo();
    static constexpr const char* gantTypeName = "Pond::Multicast::Fib::MfibPondColl";
+   // The tables are this process's mounts: the attribute log holds none.
+   void gantLogWrite(Gant::LogWriter&) const {}
+   void gantLogApply(Gant::LogReader&) {}
 
  private:
    std::pair<const Status*, Route> best(const IpGenRouteKey& key, const Status* excluded) const;

@@ -1,0 +1,169 @@
+// The MFIB directory: a producer's writer keeping its tables and directory
+// in step, a reader's mounting machine following producers' directories,
+// and both across real processes.
+#include "flashlog/Capture.h"
+#include "pond/testlib/Fixture.h"
+#include "shmfib/DirCleanup.h"
+#include "shmfib/DirMirror.h"
+#include "shmfib/DirPublisher.h"
+#include "shmfib/MfibDirSm.h"
+#include "shmfib/MfibDirWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Pond::Multicast::Fib;
+using Pakto::AddressFamily;
+
+const L3::VrfName red("red");
+
+IpGenRouteKey sg(uint32_t n) {
+   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
+                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
+}
+
+std::string url(const std::string& app, const L3::VrfName& vrf = red) {
+   return Status::mountPath(AddressFamily::ipv4, vrf, app);
+}
+
+struct MfibDirTest : ::testing::Test {
+   Loop::EpollLoop loop;
+   Pond::Options options = Pond::Test::uniqueOptions();
+   std::vector<std::string> paths;
+   void TearDown() override {
+      for (const auto& p : paths) Pond::Segment::unlink(Pond::segmentName(options.prefix, p));
+   }
+};
+
+TEST_F(MfibDirTest, TheWriterKeepsTablesAndDirectoryInStep) {
+   auto dir = Hive::dirFactory("fib");
+   auto mfibDir = mfibDirFactory(Gant::Name("pim"));
+   MfibDirWriter writer("pim", dir, mfibDir, nullptr, options);
+   Flashlog::Capture capture("Mroute::MfibPond=8");
+   writer.handleInitialized();
+   EXPECT_EQ(dir->entry(Gant::Name("pim")).ptr(), mfibDir.ptr());
+   paths = {url("pim"), url("pim", L3::defaultVrfName())};
+   auto table = writer.doAddPond(red, url("pim"));
+   EXPECT_EQ(writer.mfibPond(url("pim")), table);
+   EXPECT_EQ(writer.mfibPondDir()->pondColl(red)->pondPtr(table.ptr()).ptr(), table.ptr());
+   EXPECT_EQ(mfibDir->dirColl(red)->pondUrl(), url("pim"));
+   writer.doDelPond(red, url("pim"));
+   EXPECT_FALSE(writer.mfibPondDir()->pondCollHas(red));
+   EXPECT_FALSE(mfibDir->dirCollHas(red));
+   writer.doAddPond(L3::defaultVrfName(), url("pim", L3::defaultVrfName()));
+   writer.doDelPond(L3::defaultVrfName(), url("pim", L3::defaultVrfName()));
+   EXPECT_TRUE(mfibDir->dirCollHas(L3::defaultVrfName())) << "the default VRF's stays";
+   const std::string u = url("pim");
+   EXPECT_EQ(capture.lines(),
+             (std::vector<std::string>{"Created directory collection for default vrf default", "Mounted " + u,
+                                       "Created Ponded directory collection for vrf red",
+                                       "Created directory collection for vrf red",
+                                       "Added url " + u + " into mfibDir collection", "Unmounted " + u,
+                                       "Deleted Ponded directory collection for vrf red",
+                                       "Deleted directory collection for vrf red",
+                                       "Mounted " + url("pim", L3::defaultVrfName()),
+                                       "Created Ponded directory collection for vrf default",
+                                       "Added url " + url("pim", L3::defaultVrfName()) + " into mfibDir collection",
+                                       "Unmounted " + url("pim", L3::defaultVrfName()),
+                                       "Deleted Ponded directory collection for vrf default"}));
+   struct Count : MfibDirColl::Reactor {
+      using MfibDirColl::Reactor::Reactor;
+      int urls = 0;
+      void onPondUrl() override { ++urls; }
+   } count(mfibDir->dirColl(L3::defaultVrfName()).ptr());
+   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
+   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
+   EXPECT_EQ(count.urls, 1) << "the same url twice notifies once";
+}
+
+TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
+   auto watched = Hive::dirFactory("fib");
+   auto pondDir = mfibPondDirFactory(Gant::Name("reader"));
+   auto sm = mfibDirSmFactory(watched, pondDir, loop, options);
+   auto pim = mfibDirFactory(Gant::Name("pim"));
+   auto igmp = mfibDirFactory(Gant::Name("igmp"));
+   Flashlog::Capture capture("MfibDirSm=8");
+   watched->entryIs(Gant::Name("pim"), pim);
+   auto coll = pim->dirCollIs(red);
+   EXPECT_FALSE(pondDir->pondCollHas(red)) << "no url yet: nothing mounted";
+   coll->pondUrlIs(url("pim"));
+   ASSERT_TRUE(pondDir->pondCollHas(red));
+   EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 1u);
+   watched->entryIs(Gant::Name("igmp"), igmp);
+   igmp->dirCollIs(red)->pondUrlIs(url("igmp"));
+   EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 2u) << "two producers, one VRF";
+   coll->pondUrlIs(url("pim2"));
+   EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 2u) << "a new url replaces the producer's table";
+   EXPECT_EQ(sm->mfibPond("pim", red)->tableReader() != nullptr, true);
+   watched->entryDel(Gant::Name("pim"));
+   EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 1u);
+   EXPECT_EQ(pondDir->pondColl(red)->pondPtr().front().first, sm->mfibPond("igmp", red).ptr());
+   igmp->dirCollDel(red);
+   EXPECT_FALSE(pondDir->pondCollHas(red)) << "the last table gone, the VRF's collection goes";
+   const std::vector<std::string> lines = capture.lines();
+   ASSERT_GE(lines.size(), 3u);
+   EXPECT_EQ(lines[0], "Created Mfib directory pim");
+   EXPECT_EQ(lines[1], "Ignoring Pond URL  of size 0");
+   EXPECT_EQ(lines[2], "Mounting " + url("pim") + " Mfib pond table for VRF red");
+   EXPECT_EQ(lines.back(), "UnMounting " + url("igmp") + " Mfib pond table for VRF red for app igmp");
+}
+
+// Producers in processes of their own, a reader merging them.
+pid_t producer(const std::string& app, uint8_t priority, const Pond::Options& options, int ready) {
+   const pid_t pid = ::fork();
+   if (pid != 0) return pid;
+   Loop::EpollLoop loop;
+   auto dir = Hive::dirFactory("fib");
+   auto mfibDir = mfibDirFactory(Gant::Name(app));
+   MfibDirWriter writer(app, dir, mfibDir, &loop, options);
+   writer.handleInitialized();
+   MfibDirPublisher publisher(AddressFamily::ipv4, app, mfibDir, &loop, options);
+   auto table = writer.doAddPond(red, url(app));
+   Route r(sg(1));
+   r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(priority)));
+   r.routePriorityIs(priority);
+   table->routeIs(r);
+   (void)!::write(ready, "r", 1);
+   loop.runUntil([] { return false; }, 60);
+   ::_exit(0);
+}
+
+TEST_F(MfibDirTest, ReadersMergeProducersOfOtherProcesses) {
+   int ready[2];
+   ASSERT_EQ(::pipe(ready), 0);
+   paths = {url("static"), url("pim"), url("static", L3::defaultVrfName()), url("pim", L3::defaultVrfName()),
+            MfibDirTable::mountPath(AddressFamily::ipv4, "static"), MfibDirTable::mountPath(AddressFamily::ipv4, "pim")};
+   Pond::Test::KillOnExit staticP{producer("static", 1, options, ready[1])};
+   const pid_t pim = producer("pim", 2, options, ready[1]);
+   char c;
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
+   ASSERT_EQ(::read(ready[0], &c, 1), 1);
+
+   auto watched = Hive::dirFactory("fib");
+   MfibDirMirror mirror(AddressFamily::ipv4, watched, loop, options);
+   auto pondDir = mfibPondDirFactory(Gant::Name("reader"));
+   auto sm = mfibDirSmFactory(watched, pondDir, loop, options);
+   auto inForce = [&] {
+      auto coll = pondDir->pondColl(red);
+      return coll ? coll->route(sg(1)).iif() : Pakto::IntfId();
+   };
+   loop.runUntil([&] { return inForce() == Pakto::IntfId("Ethernet2"); }, 5);
+   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet2")) << "pim's priority 2 wins";
+
+   ::kill(pim, SIGKILL);
+   ::waitpid(pim, nullptr, 0);
+   loop.runUntil([&] { return !mirror.producers()->live("pim"); }, 5);
+   EXPECT_FALSE(mirror.producers()->live("pim"));
+   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet2")) << "a stale producer's routes stay in force";
+
+   removeDeadProducer(AddressFamily::ipv4, "pim", options);
+   loop.runUntil([&] { return inForce() == Pakto::IntfId("Ethernet1"); }, 5);
+   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet1")) << "the next producer takes over";
+}
+
+} // namespace
