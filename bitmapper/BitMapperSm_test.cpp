@@ -64,102 +64,65 @@ TEST(BitIndex, NullAndInvalidAreDifferentTests) {
    EXPECT_TRUE(BitIndex(7).isValid() && !BitIndex(7).isNull());
 }
 
-TEST_F(Allocator, ARangeOfTwoHandsAFreedIndexToTheWaitingKey) {
-   Flashlog::Capture capture("Mroute::BitMapper=8");
-   start(2, true, 10);
-   EXPECT_EQ(alloc(1), 10);
-   EXPECT_EQ(alloc(2), 11);
-   EXPECT_EQ(alloc(3), BitIndex::invalid());
-   EXPECT_EQ(waiting(3), 1u);
-   EXPECT_EQ(alloc(3), BitIndex::invalid());
-   EXPECT_EQ(waiting(3), 2u) << "each request waits";
-   EXPECT_EQ(status->waitlistChangeCount(), 2u);
-   EXPECT_EQ(pond->lookupBitIndex(10), BitIndexMap(10, key(1), 1, true));
+// Scripts of requests. After each step, the key's index in Status: an
+// index, `waits` (0xFFFE) or `none`; 'h' and 'n' check the holders and the
+// new-mapping flag of the key's row.
+constexpr int none = -1, waits = -2;
+struct Step {
+   char op; // 'a' allocate, 'r' release, '?' look, 'h' holders, 'n' new mapping
+   uint32_t key;
+   int expect;
+};
+struct Script {
+   const char* what;
+   uint32_t size, minIndex;
+   bool refCount;
+   std::vector<Step> steps;
+   std::vector<uint16_t> pool; // at the end, head first
+};
 
-   release(1);
-   EXPECT_EQ(status->bitIndex(key(3)), 10) << "the freed index goes to the waiting key";
-   EXPECT_EQ(pond->lookupBitIndex(10), BitIndexMap(10, key(3), 2, true)) << "both waiting requests hold it";
-   EXPECT_FALSE(status->bitIndexHas(key(1)));
-   EXPECT_EQ(waiting(3), 0u);
-   EXPECT_EQ(pond->waitlistMapSize(), 0u);
-   EXPECT_EQ(status->waitlistChangeCount(), 3u);
-   EXPECT_TRUE(pool().empty());
-   EXPECT_EQ(capture.lines()[0], "handleInitialized(): Initializing bitmap");
-   EXPECT_EQ(capture.lines()[1], "handleAllocRequestCountAllocate index 10");
-}
-
-TEST_F(Allocator, FreedIndexesAreReusedAsLateAsPossible) {
-   start(4, false);
-   for (uint32_t n : {0, 1, 2}) EXPECT_EQ(alloc(n), n);
-   release(1);
-   release(0);
-   EXPECT_EQ(pool(), (std::vector<uint16_t>{3, 1, 0}));
-   EXPECT_EQ(alloc(7), 3);
-   EXPECT_EQ(alloc(8), 1);
-   EXPECT_EQ(alloc(9), 0);
-   EXPECT_FALSE(pond->isNewMapping(5)) << "no row";
-   EXPECT_EQ(pond->lookupBitIndex(3), BitIndexMap(3, key(7), 1, true));
-   EXPECT_EQ(pond->lookupBitIndex(99), BitIndexMap()) << "an index without a row reads as the default row";
-}
-
-TEST_F(Allocator, ReferenceCountsDecideWhichReleaseFreesTheIndex) {
-   for (bool refCount : {true, false}) {
-      SCOPED_TRACE(refCount);
-      start(4, refCount);
-      EXPECT_EQ(alloc(1), 0);
-      EXPECT_EQ(alloc(1), 0) << "a key holds one index";
-      EXPECT_EQ(pond->lookupBitIndex(0), BitIndexMap(0, key(1), 2, false)) << "a repeated request is not new";
-      release(1);
-      EXPECT_EQ(status->bitIndexHas(key(1)), refCount);
-      if (refCount) {
-         EXPECT_EQ(pond->lookupBitIndex(0).refCount(), 1u);
-         release(1);
+TEST_F(Allocator, Scripts) {
+   const Script scripts[] = {
+       {"a freed index goes to the waiting key, with every request that waited", 2, 10, true,
+        {{'a', 1, 10}, {'a', 2, 11}, {'a', 3, waits}, {'a', 3, waits}, {'r', 1, none}, {'?', 3, 10}, {'h', 3, 2},
+         {'n', 3, 1}},
+        {}},
+       {"freed indexes are reused as late as possible", 4, 0, false,
+        {{'a', 0, 0}, {'a', 1, 1}, {'a', 2, 2}, {'r', 1, none}, {'r', 0, none}, {'a', 7, 3}, {'a', 8, 1}},
+        {0}},
+       {"with reference counts, the last release frees", 4, 0, true,
+        {{'a', 1, 0}, {'a', 1, 0}, {'h', 1, 2}, {'n', 1, 0}, {'r', 1, 0}, {'h', 1, 1}, {'r', 1, none}},
+        {1, 2, 3, 0}},
+       {"without, the first release frees", 4, 0, false, {{'a', 1, 0}, {'a', 1, 0}, {'r', 1, none}}, {1, 2, 3, 0}},
+       {"the oldest waiting key is served first; a key waiting once leaves the list", 1, 0, true,
+        {{'a', 1, 0}, {'a', 2, waits}, {'a', 3, waits}, {'a', 4, waits}, {'r', 3, none}, {'r', 1, none},
+         {'?', 2, 0}, {'?', 4, waits}, {'r', 2, none}, {'?', 4, 0}},
+        {}},
+   };
+   for (const Script& script : scripts) {
+      SCOPED_TRACE(script.what);
+      start(script.size, script.refCount, script.minIndex);
+      for (const Step& step : script.steps) {
+         SCOPED_TRACE(std::string(1, step.op) + std::to_string(step.key));
+         const BitIndexMap row = pond->lookupBitIndex(status->bitIndex(key(step.key)));
+         switch (step.op) {
+         case 'a': alloc(step.key); break;
+         case 'r': release(step.key); break;
+         case 'h': EXPECT_EQ(row.refCount(), uint32_t(step.expect)); continue;
+         case 'n': EXPECT_EQ(row.isNewMapping(), step.expect == 1); continue;
+         }
+         const BitIndex now = status->bitIndex(key(step.key));
+         const int got = now.isNull() ? none : !now.isValid() ? waits : now.value();
+         EXPECT_EQ(got, step.expect);
+         EXPECT_EQ(got == waits, waiting(step.key) > 0) << "a waiting key has its row";
+         EXPECT_EQ(got >= 0, pond->lookupBitIndex(now).bitMapperKey() == key(step.key)) << "a held index names it";
       }
-      EXPECT_FALSE(status->bitIndexHas(key(1)));
-      EXPECT_EQ(pond->bitIndexMapSize(), 0u);
-      EXPECT_EQ(pool(), (std::vector<uint16_t>{1, 2, 3, 0}));
+      EXPECT_EQ(pool(), script.pool);
+      EXPECT_EQ(pond->waitlistMapSize(), sm->waitingKeys().size());
       sm = nullptr;
       pond = nullptr;
       Pond::Segment::unlink(name);
    }
-}
-
-TEST_F(Allocator, TheOldestWaitingKeyIsServedFirst) {
-   start(1, true);
-   alloc(1);
-   for (uint32_t n : {2, 3, 4}) EXPECT_EQ(alloc(n), BitIndex::invalid());
-   release(3);
-   EXPECT_FALSE(status->bitIndexHas(key(3))) << "a key waiting once leaves the list";
-   EXPECT_EQ(waiting(3), 0u);
-   EXPECT_TRUE(pool().empty()) << "the pool is untouched";
-   release(1);
-   EXPECT_EQ(status->bitIndex(key(2)), 0);
-   EXPECT_EQ(status->bitIndex(key(4)), BitIndex::invalid());
-   EXPECT_EQ(sm->waitingKeys(), std::vector<BitMapperKey>{key(4)});
-   release(2);
-   EXPECT_EQ(status->bitIndex(key(4)), 0);
-   EXPECT_TRUE(sm->waitingKeys().empty());
-}
-
-TEST_F(Allocator, ARestartRebuildsThePoolAndStatusFromTheTable) {
-   start(6, true, 10);
-   for (uint32_t n : {1, 2, 3}) alloc(n);
-   release(2);
-   restart();
-   EXPECT_EQ(status->bitIndex(key(1)), 10);
-   EXPECT_EQ(status->bitIndex(key(3)), 12);
-   EXPECT_FALSE(status->bitIndexHas(key(2)));
-   EXPECT_EQ(pool(), (std::vector<uint16_t>{11, 13, 14, 15})) << "the rest of the range, in order";
-   EXPECT_TRUE(sm->initialized());
-   alloc(4);
-   alloc(5);
-   alloc(6);
-   alloc(7);
-   EXPECT_EQ(alloc(8), BitIndex::invalid());
-   restart();
-   EXPECT_EQ(status->bitIndex(key(8)), BitIndex::invalid()) << "a waiting key is known after a restart";
-   release(8);
-   EXPECT_EQ(pond->waitlistMapSize(), 0u);
 }
 
 // What a stop between two writes leaves, or a damaged table holds.
@@ -179,16 +142,23 @@ TEST_F(Allocator, ARestartPutsRightWhatAStopInTheMiddleLeft) {
    EXPECT_EQ(pond->lookupBitIndex(2), BitIndexMap());
    EXPECT_EQ(status->bitIndex(key(6)), 0) << "served at start";
    EXPECT_EQ(pool(), (std::vector<uint16_t>{2, 3}));
+   alloc(7), alloc(8), alloc(9);
+   restart();
+   EXPECT_EQ(status->bitIndex(key(9)), BitIndex::invalid()) << "a waiting key is known after a restart";
+   release(9);
+   EXPECT_EQ(pond->waitlistMapSize(), 0u);
 }
 
 TEST_F(Allocator, TheRangeMovesWhileEveryIndexIsFree) {
-   Flashlog::Capture capture("Mroute::BitMapper=9");
+   Flashlog::Capture capture("Mroute::BitMapper=8");
    start(3, false);
    alloc(1);
    release(1);
+   EXPECT_EQ(capture.lines(), (std::vector<std::string>{"handleInitialized(): Initializing bitmap",
+                                                        "handleAllocRequestCountAllocate index 0"}));
    capture.clear();
    config->bitMapMinIndexIs(100);
-   EXPECT_EQ(capture.lines(), (std::vector<std::string>{"handleBitMapMinIndex()", "handleBitMapMinIndex(): FreePool size: 3"}));
+   EXPECT_EQ(capture.lines(), std::vector<std::string>{"handleBitMapMinIndex(): FreePool size: 3"});
    EXPECT_EQ(pool(), (std::vector<uint16_t>{100, 101, 102}));
    EXPECT_EQ(alloc(2), 100);
    EXPECT_EQ(sm->maxBitIndex(), 103u);

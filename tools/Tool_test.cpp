@@ -102,6 +102,19 @@ TEST(ToolCommandLine, MalformedInputsAreRefusedWithTheirStatusAndMessage) {
 
 // ---- a live table ------------------------------------------------------------
 
+// The writer process killed at the test's end, and its table, wake socket and
+// lock file removed.
+struct WriterCleanup {
+   pid_t pid;
+   std::string segment;
+   ~WriterCleanup() {
+      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+      ::shm_unlink(segment.c_str());
+      const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+      ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
+   }
+};
+
 Route route(const char* s, const char* g, const char* iif) {
    Route r(Routing::Multicast::Fib::makeRouteKeyMroute(Gant::fromText<Pakto::Prefix>(s),
                                                        Gant::fromText<Pakto::Prefix>(g)));
@@ -182,17 +195,7 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    ASSERT_EQ(::pipe(ready), 0);
    const pid_t pid = ::fork();
    if (pid == 0) serve(options, path, commands[0], ready[1]), ::_exit(0);
-   struct Cleanup {
-      pid_t pid;
-      std::string segment;
-      ~Cleanup() {
-         if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
-         ::shm_unlink(segment.c_str());
-         // Left by a writer that was killed.
-         const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
-         ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
-      }
-   } cleanup{pid, segment};
+   WriterCleanup cleanup{pid, segment};
    char started;
    ASSERT_EQ(::read(ready[0], &started, 1), 1);
 
@@ -287,16 +290,7 @@ TEST(ToolBitmap, ShowsHeldIndexesAndWaitingKeysOfAnotherProcess) {
       loop.runUntil([] { return false; }, 60);
       ::_exit(0);
    }
-   struct Cleanup {
-      pid_t pid;
-      std::string segment;
-      ~Cleanup() {
-         ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
-         ::shm_unlink(segment.c_str());
-         const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
-         ::unlink(wake.c_str()), ::unlink(Pond::writerLockPath(wake).c_str());
-      }
-   } cleanup{pid, segment};
+   WriterCleanup cleanup{pid, segment};
    char started;
    ASSERT_EQ(::read(ready[0], &started, 1), 1);
    const Outcome r = runTool("bitmap --prefix " + options.prefix + " " + path);
