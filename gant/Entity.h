@@ -102,4 +102,22 @@ class Reactor {
 
 inline bool Entity::isActive(const Reactor* r) noexcept { return r->active_; }
 
+// An entity's identity as a value (the value of a collection that names
+// which table holds a key, say): hashed by address, printed by name. It has
+// no text or log form to read back: an address means nothing elsewhere.
+template <class T>
+   requires std::derived_from<T, Entity>
+struct Codec<const T*> {
+   static void text(std::string& out, const T* e) {
+      if (e) quote(out, e->name());
+      else out += "None";
+   }
+   static const T* parse(TextReader& r) { r.fail("an entity's name in its state tree, not its identity"); }
+   static uint32_t hash(const T* e) { return hashU64(reinterpret_cast<uintptr_t>(e)); }
+   static void logWrite(LogWriter&, const T*) {
+      throw UnsupportedOperation("an entity's identity has no attribute log form");
+   }
+   static const T* logRead(LogReader&) { throw UnsupportedOperation("an entity's identity has no attribute log form"); }
+};
+
 } // namespace Gant

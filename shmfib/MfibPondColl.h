@@ -46,6 +46,12 @@ class MfibPondColl : public Gant::Entity {
    bool isBestRoute(const Status* table, const IpGenRouteKey& key) const { return table && pondKey(key) == table; }
    // The route in force, or Route(key) when no table has one.
    Route route(const IpGenRouteKey& key) const;
+   // Both at once: the table in force (or null), its route in `out`.
+   const Status* routeInForce(const IpGenRouteKey& key, Route& out) const {
+      auto [table, route] = best(key, nullptr);
+      out = route;
+      return table;
+   }
    // The table that would be in force without `excluded`.
    const Status* nextBestPond(const Status* excluded, const IpGenRouteKey& key) const {
       return best(key, excluded).first;

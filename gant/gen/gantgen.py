@@ -67,7 +67,7 @@ class Gen:
     def arg(self, t):
         """Parameter type for a schema type name."""
         ct = cpp_type(t)
-        if t in ARITH or (t in self.by_name and self.by_name[t].kind in ('enum',)):
+        if t in ARITH or ct.endswith('*') or (t in self.by_name and self.by_name[t].kind in ('enum',)):
             return ct
         return f'const {ct}&'
 

@@ -1,0 +1,114 @@
+#include "shmfib/OrderRouteSm.h"
+
+#include "flashlog/Flashlog.h"
+
+#include <vector>
+
+namespace Pond::Multicast::Fib {
+
+namespace {
+Flashlog::Handle& trace = Flashlog::handle("Mroute::MfibPond");
+
+void routeTrace(const char* what, const IpGenRouteKey& key) {
+   FLASHLOG(trace, 8, what, " for key (s: ", key.s(), " g: ", key.g(), ")");
+}
+} // namespace
+
+OrderRouteSm::OrderRouteSm(const Gant::Ptr<MfibPondColl>& coll, const Gant::Ptr<RouteOrderedCollection>& ordered)
+    : coll_(coll), ordered_(ordered), collReactor_(*this, coll.ptr()) {
+   for (const auto& [key, table] : coll_->pondPtr()) mfibPondIs(key);
+}
+
+OrderRouteSm::~OrderRouteSm() = default;
+
+void OrderRouteSm::handleInitialized() {
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleInitialized()");
+   FLASHLOG(trace, 8, "Initializing OrderRouteSm");
+   for (MfibPondCollRouteIteratorConst it(coll_); it; ++it) ordered_->routeIs(it.key(), it.pondKey());
+   initialized_ = true;
+   FLASHLOG(trace, 8, "Initialized OrderRouteSm");
+}
+
+void OrderRouteSm::handleRouteChanged(const IpGenRouteKey& key) {
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
+   if (!initialized_) {
+      FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
+      return;
+   }
+   Route route;
+   const Status* table = coll_->routeInForce(key, route);
+   if (!table) {
+      routeTrace("Route entry deleted", key);
+      ordered_->routeDel(key);
+      return;
+   }
+   if (ordered_->route(key) == table) return;
+   routeTrace("Route entry updated", key);
+   ordered_->routeIs(key, table);
+}
+
+void OrderRouteSm::GantPondColl::onPondPtr(const Status* table) {
+   if (notifier()->pondPtr(table)) sm.mfibPondIs(table);
+   else sm.mfibPondDel(table);
+}
+
+void OrderRouteSm::mfibPondIs(const Status* table) {
+   auto& r = ponds_[table];
+   if (r) return;
+   r = std::make_unique<GantMfibPond>(*this, const_cast<Status*>(table));
+   r->handleInitialize();
+}
+
+void OrderRouteSm::GantMfibPond::handleInitialize() {
+   if (!sm.initialized_) {
+      FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
+      return;
+   }
+   notifier()->routeForEach([&](const Route& r) { sm.handleRouteChanged(r.key()); });
+}
+
+// A table that leaves: each key it was in force for goes to the next
+// table in force, or away.
+void OrderRouteSm::mfibPondDel(const Status* table) {
+   ponds_.erase(table);
+   if (!initialized_) return;
+   std::vector<IpGenRouteKey> keys;
+   for (const auto& [key, inForce] : ordered_->route())
+      if (inForce == table) keys.push_back(key);
+   for (const IpGenRouteKey& key : keys) handleRouteChanged(key);
+}
+
+// ---- one table ------------------------------------------------------------------
+
+ModalOrderRouteSm::ModalOrderRouteSm(const Gant::Ptr<Status>& table,
+                                     const Gant::Ptr<ModalRouteOrderedCollection>& ordered)
+    : table_(table), ordered_(ordered), reactor_(*this, table.ptr()) {}
+
+void ModalOrderRouteSm::handleInitialized() {
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::ModalOrderRouteSm::handleInitialized()");
+   FLASHLOG(trace, 8, "Initializing ModalOrderRouteSm");
+   table_->routeForEach([&](const Route& r) {
+      if (!(r == Route(r.key()))) ordered_->routeIs(r.key(), true);
+   });
+   initialized_ = true;
+   FLASHLOG(trace, 8, "Initialized ModalOrderRouteSm");
+}
+
+void ModalOrderRouteSm::handleRouteChanged(const IpGenRouteKey& key) {
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::ModalOrderRouteSm::handleRouteChanged(", key.pretty(), ")");
+   if (!initialized_) {
+      FLASHLOG(trace, 8, "ModalOrderRouteSm not initialized");
+      return;
+   }
+   Route r;
+   if (!MfibPondColl::holds(*table_, key, r)) {
+      routeTrace("Route entry deleted", key);
+      ordered_->routeDel(key);
+      return;
+   }
+   if (ordered_->routeHas(key)) return;
+   routeTrace("Route entry added", key);
+   ordered_->routeIs(key, true);
+}
+
+} // namespace Pond::Multicast::Fib

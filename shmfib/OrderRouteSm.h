@@ -1,0 +1,70 @@
+#pragma once
+// Key-ordered indexes kept from change notifications. OrderRouteSm follows
+// every producer table of a VRF's MfibPondColl and records, per key of the
+// merged view, the table in force; ModalOrderRouteSm follows one table and
+// records which keys it holds. Both apply nothing before handleInitialized.
+#include "shmfib/MfibPondColl.h"
+#include "shmfib/RouteOrdered.h"
+
+#include <map>
+#include <memory>
+
+namespace Pond::Multicast::Fib {
+
+class OrderRouteSm : public Gant::PtrInterface {
+ public:
+   OrderRouteSm(const Gant::Ptr<MfibPondColl>& coll, const Gant::Ptr<RouteOrderedCollection>& ordered);
+   ~OrderRouteSm() override;
+
+   void handleInitialized();
+   void handleRouteChanged(const IpGenRouteKey& key);
+   bool initialized() const noexcept { return initialized_; }
+   const Gant::Ptr<RouteOrderedCollection>& routeOrderedCollection() const noexcept { return ordered_; }
+
+ private:
+   // One producer table of the collection.
+   struct GantMfibPond : Status::Reactor {
+      GantMfibPond(OrderRouteSm& sm, Status* t) : Status::Reactor(t), sm(sm) {}
+      void onRoute(const IpGenRouteKey& key) override { sm.handleRouteChanged(key); }
+      void handleInitialize();
+      OrderRouteSm& sm;
+   };
+   // The collection: tables coming and going.
+   struct GantPondColl : MfibPondColl::Reactor {
+      GantPondColl(OrderRouteSm& sm, MfibPondColl* c) : MfibPondColl::Reactor(c), sm(sm) {}
+      void onPondPtr(const Status* table) override;
+      OrderRouteSm& sm;
+   };
+
+   void mfibPondIs(const Status* table);
+   void mfibPondDel(const Status* table);
+
+   Gant::Ptr<MfibPondColl> coll_;
+   Gant::Ptr<RouteOrderedCollection> ordered_;
+   GantPondColl collReactor_;
+   std::map<const Status*, std::unique_ptr<GantMfibPond>> ponds_;
+   bool initialized_ = false;
+};
+
+class ModalOrderRouteSm : public Gant::PtrInterface {
+ public:
+   ModalOrderRouteSm(const Gant::Ptr<Status>& table, const Gant::Ptr<ModalRouteOrderedCollection>& ordered);
+
+   void handleInitialized();
+   void handleRouteChanged(const IpGenRouteKey& key);
+   bool initialized() const noexcept { return initialized_; }
+
+ private:
+   struct GantMfibPond : Status::Reactor {
+      GantMfibPond(ModalOrderRouteSm& sm, Status* t) : Status::Reactor(t), sm(sm) {}
+      void onRoute(const IpGenRouteKey& key) override { sm.handleRouteChanged(key); }
+      ModalOrderRouteSm& sm;
+   };
+
+   Gant::Ptr<Status> table_;
+   Gant::Ptr<ModalRouteOrderedCollection> ordered_;
+   GantMfibPond reactor_;
+   bool initialized_ = false;
+};
+
+} // namespace Pond::Multicast::Fib

@@ -1,0 +1,94 @@
+// Ordered indexes over the merged view and over one table, kept from the
+// tables' notifications.
+#include "flashlog/Capture.h"
+#include "pond/testlib/Fixture.h"
+#include "shmfib/OrderRouteSm.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Pond::Multicast::Fib;
+
+IpGenRouteKey sg(uint32_t n) {
+   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
+                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
+}
+
+Route routeOf(uint32_t n, uint8_t priority, uint32_t version = 0) {
+   Route r(sg(n));
+   r.iifIs(Pakto::IntfId("Ethernet1"));
+   r.routePriorityIs(priority);
+   r.versionIs(version);
+   return r;
+}
+
+struct Ordering : ::testing::Test {
+   Pond::Options options = Pond::Test::uniqueOptions();
+   std::vector<Gant::Ptr<Status>> tables;
+   Gant::Ptr<MfibPondColl> coll = mfibPondCollFactory(L3::VrfName("red"));
+   Gant::Ptr<RouteOrderedCollection> ordered = routeOrderedCollectionFactory("ordered");
+
+   Status* table(std::size_t i) {
+      while (tables.size() <= i) {
+         auto t = statusFactory("p" + std::to_string(tables.size()));
+         t->openWriter("routing/multicast/routestatus/red/p" + std::to_string(tables.size()), nullptr, options);
+         tables.push_back(t);
+      }
+      return tables[i].ptr();
+   }
+   void enter(Status* t) { coll->pondPtrIs(t, Gant::PtrConst<Status>(t)); }
+   std::map<IpGenRouteKey, const Status*> view() const { return {ordered->route().begin(), ordered->route().end()}; }
+   void TearDown() override {
+      for (auto& t : tables) t->tableWriter()->unlink();
+   }
+};
+
+TEST_F(Ordering, TheMergedViewInKeyOrderWithTheTableInForce) {
+   Status *t0 = table(0), *t1 = table(1);
+   enter(t0), enter(t1);
+   t0->routeIs(routeOf(1, 1));
+   OrderRouteSm sm(coll, ordered);
+   t1->routeIs(routeOf(1, 2));
+   EXPECT_TRUE(ordered->route().empty()) << "nothing applied before initialization";
+   sm.handleInitialized();
+   EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t1}}));
+
+   Flashlog::Capture capture("Mroute::MfibPond=8");
+   t1->routeIs(routeOf(1, 2, 7)); // rewritten, same producer in force
+   EXPECT_TRUE(capture.lines().empty());
+   t1->routeDel(sg(1)); // the one in force goes, the other still has it
+   EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t0}}));
+   t0->routeIs(Route(sg(2))); // every attribute at its default: deleted
+   EXPECT_EQ(capture.lines(), (std::vector<std::string>{"Route entry updated for key (s: 10.0.0.1/32 g: 239.1.1.1/32)",
+                                                        "Route entry deleted for key (s: 10.0.0.2/32 g: 239.1.1.1/32)"}));
+
+   Status* t2 = table(2);
+   t2->routeIs(routeOf(3, 5));
+   t1->routeIs(routeOf(1, 3));
+   enter(t2); // a table entered later: its keys are applied
+   EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t1}, {sg(3), t2}}));
+   coll->pondPtrDel(t1); // a table leaving: its keys go to the next in force, or away
+   coll->pondPtrDel(t2);
+   EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t0}}));
+}
+
+TEST_F(Ordering, OneTablesKeys) {
+   Status* t = table(0);
+   t->routeIs(routeOf(1, 1));
+   auto modal = modalRouteOrderedCollectionFactory("modal");
+   ModalOrderRouteSm sm(Gant::Ptr<Status>(t), modal);
+   t->routeIs(routeOf(2, 1));
+   EXPECT_TRUE(modal->route().empty());
+   Flashlog::Capture capture("Mroute::MfibPond=8");
+   sm.handleInitialized();
+   t->routeIs(routeOf(3, 1));
+   t->routeIs(routeOf(3, 1, 2));
+   t->routeDel(sg(1));
+   EXPECT_EQ(modal->route(), (Gant::OrderedMap<IpGenRouteKey, bool>{{sg(2), true}, {sg(3), true}}));
+   EXPECT_EQ(capture.lines(), (std::vector<std::string>{"Initializing ModalOrderRouteSm", "Initialized ModalOrderRouteSm",
+                                                        "Route entry added for key (s: 10.0.0.3/32 g: 239.1.1.1/32)",
+                                                        "Route entry deleted for key (s: 10.0.0.1/32 g: 239.1.1.1/32)"}));
+}
+
+} // namespace
