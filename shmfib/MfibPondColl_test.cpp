@@ -1,5 +1,6 @@
 // Several producers' tables of one VRF merged by route priority.
 #include "shmfib/MfibPondColl.h"
+#include "shmfib/MfibPondDir.h"
 #include "flashlog/Capture.h"
 #include "pond/testlib/Fixture.h"
 
@@ -102,4 +103,13 @@ TEST_F(Producers, TheMergedWalkTracesWhyAnEntryLoses) {
    EXPECT_EQ(capture.lines(), std::vector<std::string>{"Done"});
 }
 
+TEST_F(Producers, ARouteOfATableNamesItsTableByName) {
+   const MfibPondDirRouteKey k(table(0), sg(1));
+   EXPECT_EQ(Gant::toText(k), "Value('Pond::Multicast::Fib::MfibPondDirRouteKey', ** {'pondKey': 'p0', 'routeKey': " +
+                                  Gant::toText(sg(1)) + "})");
+   EXPECT_NE(Gant::toText(MfibPondDirRouteKey()).find("{'pondKey': None, "), std::string::npos);
+   EXPECT_THROW(Gant::fromText<MfibPondDirRouteKey>(Gant::toText(k)), Gant::ParseError) << "no form to read back";
+}
+
 } // namespace
+
