@@ -49,6 +49,13 @@
 #include "pond/TableEntity.h"
 #include "shmfib/Route.h"
 #include "shmfib/RouteTable.h"
+#include "shmfib/DirCleanup.h"
+#include "shmfib/DirMirror.h"
+#include "shmfib/DirPublisher.h"
+#include "shmfib/MfibDirSm.h"
+#include "shmfib/MfibDirWriter.h"
+#include "shmfib/OrderRouteSm.h"
+#include "shmfib/RouteIntfIterator.h"
 
 // Bit index allocator
 #include "bitmapper/BitMapper.h"
