@@ -17,7 +17,8 @@ MfibDirSm::MfibDirSm(const Gant::Ptr<Hive::Dir>& watched, const Gant::Ptr<MfibPo
 
 MfibDirSm::~MfibDirSm() {
    // Unmount in order, so that the collections let go of every table.
-   while (!appDir_.empty()) mfibAppDirDel(appDir_.begin()->first);
+   // A copy: the name is erased with the entry that holds it.
+   while (!appDir_.empty()) mfibAppDirDel(Gant::String(appDir_.begin()->first));
 }
 
 void MfibDirSm::handleInitialized() {
