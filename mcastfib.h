@@ -54,6 +54,8 @@
 #include "shmfib/DirPublisher.h"
 #include "shmfib/MfibDirSm.h"
 #include "shmfib/MfibDirWriter.h"
+#include "shmfib/MfibProducer.h"
+#include "shmfib/MfibReader.h"
 #include "shmfib/OrderRouteSm.h"
 #include "shmfib/RouteIntfIterator.h"
 

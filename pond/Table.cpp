@@ -44,6 +44,7 @@ TableWriter::TableWriter(const std::string& mountPath, const TableShape& shape, 
    if (codecs.size() != shape.collections.size()) throw std::invalid_argument("one codec per collection");
    const std::string name = Pond::segmentName(options.prefix, mountPath);
    const std::string wakePath = wakeSocketPath(options.socketDir, name);
+   wakePath_ = wakePath;
    // One writer per table; the kernel drops the lock when the writer dies.
    lock_ = std::make_unique<WriterLock>(writerLockPath(wakePath), mountPath);
    bool created = false;
@@ -110,7 +111,12 @@ std::string TableWriter::distrust(const SegmentHeader& layout, const std::vector
 
 TableWriter::~TableWriter() = default;
 
-void TableWriter::unlink() { Segment::unlink(segment_.name()); }
+void TableWriter::unlink() {
+   Segment::unlink(segment_.name());
+   // A writer without a loop serves no socket: one at the path was left by a
+   // writer that died. Our own goes when we do.
+   if (!wake_) removeLeftWakeSocket(wakePath_);
+}
 
 // ---- reader -------------------------------------------------------------------
 

@@ -59,7 +59,8 @@ class TableWriter {
    std::size_t readers() const noexcept { return wake_ ? wake_->readers() : 0; }
    // Readers asleep, waiting for the next change to wake them.
    uint32_t armedReaders() const noexcept { return wake_ ? *wake_->armedCount() : 0; }
-   // Removes the table's name; readers keep their mapping until they unmount.
+   // Removes the table's name (and a dead writer's wake socket); readers keep
+   // their mapping until they unmount.
    void unlink();
    // The object was truncated under the writer (by another process of its
    // user): its writes since go to private memory. Reopen the table.
@@ -71,6 +72,7 @@ class TableWriter {
    std::string distrust(const SegmentHeader& layout, const std::vector<CollectionCodec>& codecs);
 
    std::unique_ptr<WriterLock> lock_; // first in, last out
+   std::string wakePath_;
    Segment segment_;
    std::unique_ptr<WakeServer> wake_;
    Loop::Watch truncation_;

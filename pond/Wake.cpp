@@ -97,6 +97,14 @@ WakeServer::WakeServer(const std::string& path, mode_t mode, Loop::EventLoop& lo
    });
 }
 
+void removeLeftWakeSocket(const std::string& path) {
+   Sys::Calls& sys = Sys::calls();
+   struct stat st{};
+   const Sys::Result uid = sys.geteuid();
+   if (sys.lstat(path.c_str(), &st).ok() && S_ISSOCK(st.st_mode) && uid.ok() && st.st_uid == uid_t(uid.value))
+      Sys::discard(sys.unlink(path.c_str()));
+}
+
 WakeServer::~WakeServer() {
    listenWatch_.reset();
    conns_.clear();

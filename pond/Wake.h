@@ -31,6 +31,10 @@ namespace Pond {
 // The socket beside a segment: short enough for sun_path whatever the name.
 std::string wakeSocketPath(const std::string& dir, const std::string& segmentName);
 
+// Removes the socket a writer that died left at `path`, when it is one of
+// our uid; the caller holds the table's writer lock, so no writer serves it.
+void removeLeftWakeSocket(const std::string& path);
+
 // Sends a descriptor over a connected Unix socket: one tag byte carrying
 // it as SCM_RIGHTS. False when the send failed.
 bool sendDescriptor(int socket, int fd);

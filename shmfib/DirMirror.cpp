@@ -37,6 +37,12 @@ MfibDirMirror::~MfibDirMirror() {
    for (const auto& [app, p] : found_) dir_->entryDel(Gant::Name(app));
 }
 
+bool MfibDirMirror::settled() const {
+   for (const auto& [app, p] : found_)
+      if (!p->table->tableReader() || !p->table->tableReader()->ready()) return false;
+   return true;
+}
+
 void MfibDirMirror::scan() {
    for (const std::string& name : Sys::directoryNames(shmDir_.c_str())) found(name);
 }

@@ -29,6 +29,8 @@ class MfibDirMirror {
 
    // Every producer found, live or stale.
    const Gant::Ptr<MfibProducers>& producers() const noexcept { return producers_; }
+   // Whether every producer's directory found so far has been read once.
+   bool settled() const;
    // The shared object name prefix of af's producer directories.
    static std::string tablePrefix(Pakto::AddressFamily af, const std::string& prefix);
 

@@ -3,6 +3,7 @@
 // reader process. Runs the real tool binary.
 #include "pond/Shape.h"
 #include "pond/Wake.h"
+#include "shmfib/DirTable.h"
 #include "shmfib/RouteTable.h"
 
 #include <gtest/gtest.h>
@@ -73,14 +74,24 @@ std::vector<pid_t> processes(pid_t parent) {
    return found;
 }
 
+// Every table the demo and the routes command make, with its wake socket
+// and lock.
 void expectNothingLeftBy(pid_t pid) {
-   const std::string segment = Pond::segmentName(
-       "mcastfib-demo-" + std::to_string(pid),
-       Pond::Multicast::Fib::Status::mountPath(Pakto::AddressFamily::ipv4, L3::VrfName("default"), "demo"));
-   std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
-   const std::string lock = wake.substr(0, wake.size() - 4) + "lock";
-   for (const std::string& path : {"/dev/shm" + segment, wake, lock})
-      EXPECT_FALSE(std::filesystem::exists(path)) << path << " left by " << pid;
+   using Pakto::AddressFamily;
+   using namespace Pond::Multicast::Fib;
+   std::vector<std::string> paths = {Status::mountPath(AddressFamily::ipv4, L3::VrfName("default"), "demo")};
+   for (const char* app : {"static", "pim", "igmp"})
+      for (AddressFamily af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
+         paths.push_back(MfibDirTable::mountPath(af, app));
+         for (const char* vrf : {"default", "red"}) paths.push_back(Status::mountPath(af, L3::VrfName(vrf), app));
+      }
+   for (const std::string& path : paths) {
+      const std::string segment = Pond::segmentName("mcastfib-demo-" + std::to_string(pid), path);
+      const std::string wake = Pond::wakeSocketPath("/dev/shm", segment);
+      const std::string lock = wake.substr(0, wake.size() - 4) + "lock";
+      for (const std::string& file : {"/dev/shm" + segment, wake, lock})
+         EXPECT_FALSE(std::filesystem::exists(file)) << file << " left by " << pid;
+   }
    EXPECT_EQ(processes(0), std::vector<pid_t>{}) << "a process of the tool lives on";
 }
 

@@ -1,5 +1,7 @@
 #include "tools/Commands.h"
 #include "tools/BitmapCommand.h"
+#include "tools/DemoCommand.h"
+#include "tools/MfibCommands.h"
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
@@ -62,7 +64,7 @@ int traceHandles(std::span<const std::string> args, std::ostream& out) {
    return 0;
 }
 
-int demo(std::span<const std::string> args, std::ostream& out) {
+int tour(std::span<const std::string> args, std::ostream& out) {
    expectArgs(args, 0, 0);
    // A guided tour of what the library knows, one command at a time.
    auto step = [&](const char* cmd, std::initializer_list<std::string> list) {
@@ -87,6 +89,12 @@ int demo(std::span<const std::string> args, std::ostream& out) {
 }
 
 const Command table[] = {
+    {"show", "[--af ipv4|ipv6] [--vrf NAME] [--prefix PREFIX]",
+     "the merged MFIB of every producer on the machine, in key order", showDetails, showCommand},
+    {"watch", "[--af ipv4|ipv6] [--vrf NAME] [--prefix PREFIX]",
+     "the merged MFIB, then its changes as they come", watchDetails, watchCommand},
+    {"produce", "--app NAME --priority N [--vrf NAME] [--prefix PREFIX]",
+     "a producer fed from standard input: add, del, commit", produceDetails, produceCommand},
     {"routes", "", "a producer process writes a shared-memory route table while a reader process follows it",
      "The writer's table is removed when the command ends, however it ends.", routesCommand},
     {"table", tableSynopsis, "print the records of a shared-memory table, or follow its changes", tableDetails,
@@ -102,7 +110,9 @@ const Command table[] = {
     {"types", "[FILTER]", "list registered types and their attributes",
      "FILTER keeps the types whose full name holds it.", types},
     {"trace-handles", "", "list trace handles and their levels", "", traceHandles},
-    {"demo", "", "a short tour of the above", "", demo},
+    {"demo", "", "producer processes write routes, a reader merges them by priority; kill, removal, figures", "",
+     demoCommand},
+    {"tour", "", "a short tour of the keys, prefixes, interfaces and types", "", tour},
     {"help", "[COMMAND]", "list the commands, or show how to use one", "", nullptr},
 };
 
