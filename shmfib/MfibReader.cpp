@@ -15,12 +15,15 @@ struct MfibReader::Vrf {
       void onRoute(const IpGenRouteKey& key) override { vrf.changed(key); }
       void onTableStatus() override {
          const Status& t = *notifier();
-         if (!t.corruption().empty())
-            FLASHLOG(trace, 1, "MfibReader: table of ", t.name(), " for VRF ", vrf.name.str(),
-                     " is corrupt: ", t.corruption());
+         // Traced once per damage met, not at every status change after it.
+         if (!t.corruption().empty() && t.corruption() != traced) {
+            traced = t.corruption();
+            FLASHLOG(trace, 1, "MfibReader: table of ", t.name(), " for VRF ", vrf.name.str(), " is corrupt: ", traced);
+         }
          if (vrf.reader.onTableStatus) vrf.reader.onTableStatus(vrf.name, t);
       }
       Vrf& vrf;
+      std::string traced;
    };
    struct Tables : MfibPondColl::Reactor {
       Tables(Vrf& v, MfibPondColl* c) : MfibPondColl::Reactor(c), vrf(v) {}

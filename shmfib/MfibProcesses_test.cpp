@@ -1,0 +1,331 @@
+// Producers and readers in processes of their own, started, restarted,
+// killed, withdrawn and removed in random order. After each round every
+// reader's merged view and ordered index must equal the merge computed here
+// from what each producer last wrote. MCASTFIB_STRESS_SECONDS=N runs rounds
+// for N seconds instead of 24. And a producer whose table is damaged: it is
+// reported, and the other producers' routes are still merged.
+#include "flashlog/Capture.h"
+#include "pond/testlib/Fixture.h"
+#include "shmfib/DirCleanup.h"
+#include "shmfib/MfibProducer.h"
+#include "shmfib/MfibReader.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <random>
+#include <set>
+
+namespace {
+
+using namespace Pond::Multicast::Fib;
+using Pakto::AddressFamily;
+
+constexpr int kApps = 3, kKeys = 10, kReaders = 2;
+const char* const apps[kApps] = {"low", "mid", "high"}; // priorities 1, 2, 3
+const L3::VrfName vrfs[] = {L3::VrfName("default"), L3::VrfName("red")};
+
+IpGenRouteKey key(uint32_t n) {
+   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
+                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
+}
+
+// What a producer writes: per VRF and key, the number of its iif.
+using Content = std::map<std::pair<int, uint32_t>, int>;
+
+std::string line(const L3::VrfName& vrf, const IpGenRouteKey& k, const Route& r) {
+   return vrf.str() + " " + k.pretty() + " " + r.iif().name() + "\n";
+}
+
+// A reader's merged view, then its ordered index, as sorted lines.
+std::string dump(const MfibReader& reader) {
+   std::vector<std::string> merged, ordered;
+   for (const auto& [vrf, coll] : reader.mfibPondDir()->pondColl()) {
+      for (MfibPondCollRouteIteratorConst it(coll); it; ++it) merged.push_back(line(vrf, it.key(), it.route()));
+      if (auto o = reader.ordered(vrf))
+         for (const auto& [k, table] : o->route()) {
+            Route r;
+            ordered.push_back(MfibPondColl::holds(*table, k, r) ? line(vrf, k, r) : "absent\n");
+         }
+   }
+   std::sort(merged.begin(), merged.end());
+   std::string out = "merged\n";
+   for (const auto& l : merged) out += l;
+   out += "ordered\n";
+   for (const auto& l : ordered) out += l;
+   return out;
+}
+
+struct MfibProcesses : ::testing::Test {
+   Pond::Options options = Pond::Test::uniqueOptions();
+   std::vector<int> parentEnds; // closed in every child: a pipe's end is its owner's alone
+
+   struct Producer {
+      pid_t pid = -1;
+      int control = -1;
+      bool left = false; // killed: its tables stay
+      Content content;
+   } producers[kApps];
+   struct Reader {
+      pid_t pid = -1;
+      int ask = -1, answer = -1;
+   } readers[kReaders];
+
+   void closeInChild() {
+      for (int fd : parentEnds) ::close(fd);
+   }
+   void closeEnd(int& fd) {
+      std::erase(parentEnds, fd);
+      ::close(fd);
+      fd = -1;
+   }
+
+   [[noreturn]] void runProducer(int app, int ready, int control) {
+      Loop::EpollLoop loop;
+      MfibProducer p(AddressFamily::ipv4, apps[app], loop, options);
+      for (const auto& vrf : vrfs) p.table(vrf).routeDelAll();
+      for (const auto& [at, iif] : producers[app].content) {
+         Route r(key(at.second));
+         r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(iif)));
+         r.routePriorityIs(RoutePriority(uint8_t(app + 1)));
+         p.routeIs(vrfs[at.first], r);
+      }
+      if (::write(ready, "r", 1) != 1) ::_exit(1);
+      bool done = false;
+      const Loop::Watch w = loop.watchReadable(control, [&] {
+         char c;
+         done = ::read(control, &c, 1) <= 0;
+      });
+      while (!done) loop.runOnce(1);
+      p.withdraw();
+      ::_exit(0);
+   }
+   void start(int app, std::mt19937& rng, int generation) {
+      Producer& p = producers[app];
+      p.content.clear();
+      for (int v = 0; v < 2; ++v)
+         for (uint32_t k = 0; k < kKeys; ++k)
+            if (rng() % 2) p.content[{v, k}] = app * 1000 + generation;
+      int ready[2], control[2];
+      ASSERT_EQ(::pipe(ready), 0);
+      ASSERT_EQ(::pipe(control), 0);
+      p.pid = ::fork();
+      if (p.pid == 0) {
+         closeInChild();
+         ::close(control[1]);
+         runProducer(app, ready[1], control[0]);
+      }
+      ::close(ready[1]);
+      ::close(control[0]);
+      p.control = control[1];
+      parentEnds.push_back(p.control);
+      char c;
+      ASSERT_EQ(::read(ready[0], &c, 1), 1) << apps[app] << " did not start";
+      ::close(ready[0]);
+      p.left = false;
+   }
+   void kill(int app) {
+      Producer& p = producers[app];
+      ::kill(p.pid, SIGKILL);
+      ::waitpid(p.pid, nullptr, 0);
+      closeEnd(p.control);
+      p.pid = -1;
+      p.left = true;
+   }
+   void withdraw(int app) {
+      Producer& p = producers[app];
+      closeEnd(p.control);
+      EXPECT_EQ(Pond::Test::exitCode(p.pid), 0) << apps[app] << " withdrew badly";
+      p.pid = -1;
+      p.content.clear();
+   }
+   void remove(int app) {
+      removeDeadProducer(AddressFamily::ipv4, apps[app], options);
+      producers[app].left = false;
+      producers[app].content.clear();
+   }
+
+   void startReader(int n) {
+      Reader& r = readers[n];
+      int ask[2], answer[2];
+      ASSERT_EQ(::pipe(ask), 0);
+      ASSERT_EQ(::pipe(answer), 0);
+      r.pid = ::fork();
+      if (r.pid == 0) {
+         closeInChild();
+         ::close(ask[1]);
+         ::close(answer[0]);
+         Loop::EpollLoop loop;
+         MfibReader reader(AddressFamily::ipv4, loop, options);
+         bool done = false;
+         const Loop::Watch w = loop.watchReadable(ask[0], [&] {
+            char c;
+            if ((done = ::read(ask[0], &c, 1) <= 0)) return;
+            const std::string d = dump(reader);
+            const uint32_t n = uint32_t(d.size());
+            if (::write(answer[1], &n, 4) != 4 || ::write(answer[1], d.data(), n) != ssize_t(n)) ::_exit(1);
+         });
+         while (!done) loop.runOnce(1);
+         ::_exit(0);
+      }
+      ::close(ask[0]);
+      ::close(answer[1]);
+      r.ask = ask[1];
+      r.answer = answer[0];
+      parentEnds.push_back(r.ask);
+      parentEnds.push_back(r.answer);
+   }
+   void stopReader(int n) {
+      Reader& r = readers[n];
+      ::kill(r.pid, SIGKILL);
+      ::waitpid(r.pid, nullptr, 0);
+      closeEnd(r.ask);
+      closeEnd(r.answer);
+   }
+   std::string ask(int n) {
+      Reader& r = readers[n];
+      uint32_t size = 0;
+      if (::write(r.ask, "d", 1) != 1 || ::read(r.answer, &size, 4) != 4) return "no answer";
+      std::string d(size, '\0');
+      for (std::size_t got = 0; got < size;) {
+         const ssize_t k = ::read(r.answer, d.data() + got, size - got);
+         if (k <= 0) return "no answer";
+         got += std::size_t(k);
+      }
+      return d;
+   }
+
+   // The merge of what every producer last wrote, computed on its own.
+   std::string expected() const {
+      std::map<std::pair<int, uint32_t>, int> best; // -> app
+      for (int app = 0; app < kApps; ++app)
+         for (const auto& [at, iif] : producers[app].content) best[at] = app; // apps in rising priority
+      std::vector<std::string> lines;
+      for (const auto& [at, app] : best) {
+         Route r;
+         r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(producers[app].content.at(at))));
+         lines.push_back(line(vrfs[at.first], key(at.second), r));
+      }
+      std::sort(lines.begin(), lines.end());
+      std::string merged;
+      for (const auto& l : lines) merged += l;
+      // The ordered index walks VRFs, then keys in key order.
+      std::string ordered;
+      for (int v = 0; v < 2; ++v) {
+         std::vector<std::pair<IpGenRouteKey, std::string>> keyed;
+         for (const auto& [at, app] : best)
+            if (at.first == v) {
+               Route r;
+               r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(producers[app].content.at(at))));
+               keyed.emplace_back(key(at.second), line(vrfs[v], key(at.second), r));
+            }
+         std::sort(keyed.begin(), keyed.end(), [](auto& a, auto& b) { return a.first < b.first; });
+         for (const auto& [k, l] : keyed) ordered += l;
+      }
+      return "merged\n" + merged + "ordered\n" + ordered;
+   }
+
+   void TearDown() override {
+      for (int app = 0; app < kApps; ++app)
+         if (producers[app].pid > 0) kill(app);
+      for (int n = 0; n < kReaders; ++n)
+         if (readers[n].pid > 0) stopReader(n);
+      for (const char* app : apps) try {
+            removeDeadProducer(AddressFamily::ipv4, app, options);
+         } catch (const Gant::TableError&) {
+         }
+   }
+};
+
+TEST_F(MfibProcesses, RandomStartsKillsAndWithdrawalsEndInTheIndependentMerge) {
+   const char* stress = std::getenv("MCASTFIB_STRESS_SECONDS");
+   const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(stress ? std::atof(stress) : 0);
+   std::mt19937 rng(20261124);
+   for (int n = 0; n < kReaders; ++n) startReader(n);
+   int round = 0;
+   std::map<std::string, int> done;
+   for (; round < 24 || std::chrono::steady_clock::now() < until; ++round) {
+      const int app = int(rng() % kApps);
+      Producer& p = producers[app];
+      const int pick = int(rng() % 10);
+      std::string what;
+      if (pick < 2) {
+         const int n = int(rng() % kReaders);
+         stopReader(n);
+         startReader(n);
+         what = "reader restarted";
+      } else if (p.pid < 0 && (!p.left || pick < 7)) {
+         what = p.left ? "restarted after a kill" : "started";
+         start(app, rng, round);
+      } else if (p.pid < 0) {
+         remove(app);
+         what = "removed after a kill";
+      } else if (pick < 6) {
+         kill(app);
+         what = "killed";
+      } else {
+         withdraw(app);
+         what = "withdrew";
+      }
+      ++done[what];
+      const std::string want = expected();
+      for (int n = 0; n < kReaders; ++n) {
+         std::string got;
+         for (int tries = 0; tries < 500 && (got = ask(n)) != want; ++tries) ::usleep(10000);
+         ASSERT_EQ(got, want) << "round " << round << ": " << apps[app] << " " << what << ", reader " << n;
+      }
+   }
+   if (stress) std::printf("%d rounds\n", round);
+   for (const char* what : {"started", "killed", "withdrew", "restarted after a kill", "reader restarted"})
+      EXPECT_GT(done[what], 0) << "never " << what;
+}
+
+TEST_F(MfibProcesses, ADamagedTableIsReportedAndTheOthersAreStillMerged) {
+   Loop::EpollLoop loop;
+   MfibProducer high(AddressFamily::ipv4, "high", loop, options), low(AddressFamily::ipv4, "low", loop, options);
+   for (uint32_t k = 0; k < 3; ++k) {
+      Route r(key(k));
+      r.iifIs(Pakto::IntfId("Ethernet1"));
+      r.routePriorityIs(1);
+      low.routeIs(vrfs[0], r);
+      r.iifIs(Pakto::IntfId("Ethernet2"));
+      r.routePriorityIs(2);
+      high.routeIs(vrfs[0], r);
+   }
+   // Every byte of high's record for key 1 but its key scribbled over.
+   const IpGenRouteKey k1 = key(1);
+   auto* record = const_cast<unsigned char*>(
+       static_cast<const unsigned char*>(high.table(vrfs[0]).tableWriter()->collection(0).find(&k1)));
+   ASSERT_NE(record, nullptr);
+   const Route shape;
+   const std::size_t keyAt = std::size_t(reinterpret_cast<const char*>(&shape.key()) - reinterpret_cast<const char*>(&shape));
+   for (std::size_t i = 0; i < sizeof(Route); ++i)
+      if (i < keyAt || i >= keyAt + sizeof(IpGenRouteKey)) record[i] = 0xff;
+
+   Flashlog::Capture capture("Mroute::MfibPond=1");
+   MfibReader reader(AddressFamily::ipv4, loop, options);
+   std::vector<std::string> reported;
+   reader.onTableStatus = [&](const L3::VrfName&, const Status& t) {
+      if (!t.corruption().empty()) reported.push_back(t.name() + ": " + t.corruption());
+   };
+   loop.runUntil([&] { return reader.settled() && reader.ordered(vrfs[0]) && reader.ordered(vrfs[0])->routeSize() == 3; }, 5);
+   auto coll = reader.mfibPondDir()->pondColl(vrfs[0]);
+   ASSERT_TRUE(coll);
+   EXPECT_EQ(coll->route(key(1)).iif(), Pakto::IntfId("Ethernet1")) << "the damaged route counts as absent";
+   EXPECT_EQ(coll->route(key(0)).iif(), Pakto::IntfId("Ethernet2")) << "high's other routes stay in force";
+   EXPECT_EQ(coll->route(key(2)).iif(), Pakto::IntfId("Ethernet2"));
+   ASSERT_FALSE(reported.empty());
+   for (const std::string& r : reported) EXPECT_TRUE(r.starts_with("high: ")) << r;
+   ASSERT_EQ(capture.lines().size(), 1u);
+   EXPECT_TRUE(capture.lines()[0].starts_with("MfibReader: table of high for VRF default is corrupt: "))
+       << capture.lines()[0];
+}
+
+} // namespace
