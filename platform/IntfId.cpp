@@ -146,8 +146,13 @@ std::string IntfId::name() const {
 
 void IntfId::gantText(std::string& out) const {
    if (!*this) return;
-   // Every constructor validates, so an id always decodes.
+   // Every constructor validates; bytes copied from a shared segment whose
+   // damage came after their check may still not decode.
    Fields f = decode(high_, low_);
+   if (!f.kind) {
+      out += "InvalidIntfId";
+      return;
+   }
    out += f.kind->prefix;
    for (uint32_t i = 0; i < f.count; ++i) {
       if (i != 0) out += '/';

@@ -188,7 +188,12 @@ int produceCommand(std::span<const std::string> args, std::ostream& out) {
    const std::string app = a.get("--app", "");
    if (app.empty()) throw UsageError("--app is needed");
    const auto priority = argument<uint8_t>("priority", a.get("--priority", "1"));
-   const auto vrf = argument<L3::VrfName>("VRF name", a.get("--vrf", "default"));
+   L3::VrfName vrf;
+   try {
+      vrf = L3::VrfName(a.get("--vrf", "default"));
+   } catch (const std::exception& e) {
+      throw UsageError("bad --vrf: " + std::string(e.what()));
+   }
    Loop::EpollLoop loop;
    ProducerScript script(app, priority, vrf, loop, prefixed(a));
    std::string buffer;

@@ -306,3 +306,84 @@ TEST(ToolBitmap, ShowsHeldIndexesAndWaitingKeysOfAnotherProcess) {
 
 } // namespace
 
+
+// ---- the MFIB across processes -----------------------------------------------
+
+// A tool process whose standard input is ours to write and whose output we
+// read as it comes.
+struct Piped {
+   pid_t pid = -1;
+   int in = -1, out = -1;
+   explicit Piped(const std::string& words) {
+      ::signal(SIGPIPE, SIG_IGN); // a tool that has exited fails our writes, not us
+      int i[2], o[2];
+      if (::pipe2(i, O_CLOEXEC) != 0 || ::pipe2(o, O_CLOEXEC) != 0) return;
+      const std::string script = "exec \"$0\" " + words;
+      pid = ::fork();
+      if (pid == 0) {
+         ::dup2(i[0], 0), ::dup2(o[1], 1);
+         ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
+         ::_exit(127);
+      }
+      ::close(i[0]), ::close(o[1]);
+      in = i[1], out = o[0];
+   }
+   ~Piped() {
+      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+      if (in >= 0) ::close(in);
+      ::close(out);
+   }
+   void write(const std::string& text) { ASSERT_EQ(::write(in, text.data(), text.size()), ssize_t(text.size())); }
+   // Output until it holds `part`, or 5 s.
+   std::string readUntil(const std::string& part) {
+      for (pollfd p{out, POLLIN, 0}; seen.find(part) == std::string::npos && ::poll(&p, 1, 5000) == 1;) {
+         char buf[4096];
+         const ssize_t n = ::read(out, buf, sizeof buf);
+         if (n <= 0) break;
+         seen.append(buf, std::size_t(n));
+      }
+      return seen;
+   }
+   int endInput() {
+      ::close(in);
+      in = -1;
+      int status = 0;
+      ::waitpid(pid, &status, 0);
+      pid = -1;
+      return status;
+   }
+   std::string seen;
+};
+
+TEST(ToolMfib, ProduceShowAndWatchAcrossProcesses) {
+   const std::string prefix = "--prefix mcastfib-tooltest-" + std::to_string(::getpid());
+   Piped pim("produce --app pim --priority 2 " + prefix);
+   pim.write("add (10.0.0.1,239.1.1.1) iif Ethernet1 oif Ethernet2 Ethernet3\n"
+             "add (*,ff3e::1) iif Vlan10 vrf red flags valid,toCpu\n"
+             "bogus\n"
+             "commit\n");
+   EXPECT_TRUE(has(pim.readUntil("committed"), "line 3: unknown change 'bogus': add, del or commit\n"
+                                               "committed 2 changes\n"));
+   const std::string shown = "ipv4 vrf default: 1 routes, producers pim\n"
+                             "  (10.0.0.1,239.1.1.1)           pim        2    Ethernet1(accept) "
+                             "Ethernet2(forward,notify) Ethernet3(forward,notify)  valid\n"
+                             "ipv6 vrf red: 1 routes, producers pim\n"
+                             "  (*,ff3e::1)                    pim        2    Vlan10(accept)  valid,toCpu\n";
+   Outcome show = runTool("show " + prefix);
+   EXPECT_EQ(show.status, 0) << show.err;
+   EXPECT_EQ(show.out, shown);
+   EXPECT_EQ(runTool("show --af ipv6 --vrf red " + prefix).out, shown.substr(shown.find("ipv6")));
+
+   Piped watch("watch --af ipv4 " + prefix);
+   watch.readUntil("Ethernet3(forward,notify)  valid\n");
+   pim.write("add (10.0.0.1,239.1.1.1) iif Ethernet1 oif Ethernet2\nadd (10.0.0.2,239.1.1.1) iif Ethernet4\ncommit\n");
+   const std::string changed = watch.readUntil("Ethernet4(accept)  valid\n");
+   EXPECT_TRUE(has(changed, "update default  (10.0.0.1,239.1.1.1)           pim        2    Ethernet1(accept) "
+                            "Ethernet2(forward,notify)  valid\n"));
+   EXPECT_TRUE(has(changed, "add    default  (10.0.0.2,239.1.1.1)           pim        2    Ethernet4(accept)  valid\n"));
+   pim.write("del (10.0.0.1,239.1.1.1)\ncommit\n");
+   EXPECT_TRUE(has(watch.readUntil("delete"), "delete default  (10.0.0.1,239.1.1.1)\n"));
+   EXPECT_EQ(pim.endInput(), 0) << "the end of its input withdraws it";
+   EXPECT_TRUE(has(watch.readUntil("left"), "delete default  (10.0.0.2,239.1.1.1)\nproducer pim left\n"));
+   EXPECT_EQ(runTool("show " + prefix).out, "");
+}
