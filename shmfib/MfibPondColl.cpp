@@ -49,15 +49,19 @@ bool MfibPondColl::holds(const Status& table, const IpGenRouteKey& key, Route& o
 }
 
 std::pair<const Status*, Route> MfibPondColl::best(const IpGenRouteKey& key, const Status* excluded) const {
+   // The priority is looked at first: a route that cannot win is neither
+   // copied nor compared whole with the default.
    std::pair<const Status*, Route> best{nullptr, Route(key)};
    uint32_t bestPriority = 0;
-   Route r;
    for (const auto& [k, t] : tables_) {
-      if (k == excluded || !holds(*t, key, r)) continue;
-      if (bestPriority < r.routePriority().value()) {
-         bestPriority = r.routePriority().value();
-         best = {k, r};
-      }
+      if (k == excluded) continue;
+      const Pond::Found<Route> f = t->route(key);
+      if (f.status != Pond::ReadStatus::found || f->routePriority().value() <= bestPriority) continue;
+      // best.second is still the default until a first route wins.
+      if (best.first ? *f == Route(key) : *f == best.second) continue;
+      bestPriority = f->routePriority().value();
+      best.first = k;
+      best.second = *f;
    }
    return best;
 }

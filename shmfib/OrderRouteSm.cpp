@@ -2,6 +2,7 @@
 
 #include "flashlog/Flashlog.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace Pond::Multicast::Fib {
@@ -64,7 +65,32 @@ void OrderRouteSm::GantMfibPond::handleInitialize() {
       FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
       return;
    }
-   notifier()->routeForEach([&](const Route& r) { sm.handleRouteChanged(r.key()); });
+   notifier()->routeForEach([&](const Route& r) { sm.handleRouteChangedIn(notifier(), r.key()); });
+}
+
+// A change heard from one table: unless that table's route is gone or
+// weakened while in force, only it and the table in force can win, so the
+// others are not looked at.
+void OrderRouteSm::handleRouteChangedIn(const Status* table, const IpGenRouteKey& key) {
+   if (!initialized_) return handleRouteChanged(key);
+   Route mine;
+   const Status* inForce = ordered_->route(key);
+   if (!inForce || !MfibPondColl::holds(*table, key, mine) || mine.routePriority().value() == 0)
+      return handleRouteChanged(key);
+   Route theirs;
+   if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return handleRouteChanged(key);
+   const uint32_t a = mine.routePriority().value(), b = theirs.routePriority().value();
+   if (a < b) return;
+   if (a == b) {
+      // Equal: the table entered first stays.
+      for (const auto& [t, ptr] : coll_->pondPtr()) {
+         if (t == inForce) return;
+         if (t == table) break;
+      }
+   }
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
+   routeTrace("Route entry updated", key);
+   ordered_->routeIs(key, table);
 }
 
 // A table that leaves: each key it was in force for goes to the next

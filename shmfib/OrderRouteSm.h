@@ -25,7 +25,7 @@ class OrderRouteSm : public Gant::PtrInterface {
    // One producer table of the collection.
    struct GantMfibPond : Status::Reactor {
       GantMfibPond(OrderRouteSm& sm, Status* t) : Status::Reactor(t), sm(sm) {}
-      void onRoute(const IpGenRouteKey& key) override { sm.handleRouteChanged(key); }
+      void onRoute(const IpGenRouteKey& key) override { sm.handleRouteChangedIn(notifier(), key); }
       void handleInitialize();
       OrderRouteSm& sm;
    };
@@ -36,6 +36,7 @@ class OrderRouteSm : public Gant::PtrInterface {
       OrderRouteSm& sm;
    };
 
+   void handleRouteChangedIn(const Status* table, const IpGenRouteKey& key);
    void mfibPondIs(const Status* table);
    void mfibPondDel(const Status* table);
 
