@@ -137,6 +137,8 @@ CollectionReader::Check CollectionReader::verify(uint32_t slot, uint32_t seq, co
 
 uint32_t CollectionReader::size() const { return loadAcquire(m_.header->size); }
 
+uint32_t CollectionReader::slotsUsed() const { return std::min(loadAcquire(m_.header->slotsUsed), m_.capacity); }
+
 // ---- writer ---------------------------------------------------------------
 
 CollectionWriter::CollectionWriter(const CollectionMap& m) : m_(m), scratch_(m.recordSize) {}
@@ -145,6 +147,8 @@ void CollectionWriter::initialize() {
    free_.clear();
    for (uint32_t i = 0; i < m_.capacity; ++i) free_.push_back(i);
    size_ = 0;
+   slotsUsed_ = 0;
+   storeRelease(m_.header->slotsUsed, 0);
    storeRelease(m_.header->size, 0);
 }
 
@@ -187,10 +191,13 @@ uint32_t CollectionWriter::recover() {
       if (e->lock & 1) storeRelease(e->lock, e->lock + 1);
    }
    repairIndex();
+   slotsUsed_ = 0;
    for (uint32_t i = 0; i < m_.capacity; ++i) {
+      if (m_.slot(i)->seq != 0) slotsUsed_ = i + 1;
       if (m_.slot(i)->seq & kSeqLive) ++size_;
       else free_.push_back(i);
    }
+   storeRelease(m_.header->slotsUsed, slotsUsed_);
    storeRelease(m_.header->size, size_);
    return size_;
 }
@@ -244,6 +251,8 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
                          "' is corrupt: its index has no empty bucket");
    const uint32_t slot = free_.front();
    free_.pop_front();
+   // Published before the slot is written: a reader's walk reaches it.
+   if (slot >= slotsUsed_) storeRelease(m_.header->slotsUsed, slotsUsed_ = slot + 1);
    beginChange();
    writeSlot(slot, record, true);
    setBucket(bucket, slot, bucketTag(hash)); // once the record is in place

@@ -230,6 +230,8 @@ class CollectionReader {
    // when the record does not match its check.
    ReadStatus readSlot(uint32_t i, void* out, uint32_t* seq = nullptr) const;
    uint32_t size() const;
+   // The slots a walk need look at: none past them was ever written.
+   uint32_t slotsUsed() const;
    const CollectionMap& map() const noexcept { return m_; }
 
  private:
@@ -404,6 +406,7 @@ class CollectionWriter {
    std::vector<unsigned char> scratch_; // a record's room, for notify
    CorruptHandler onCorrupt_;
    uint32_t size_ = 0;
+   uint32_t slotsUsed_ = 0;
 };
 
 // A new key finds no free slot.

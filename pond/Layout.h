@@ -16,7 +16,7 @@
 namespace Pond {
 
 constexpr uint64_t kMagic = 0x31444e4f50464d43ull; // "CMFPOND1"
-constexpr uint32_t kLayoutVersion = 5;
+constexpr uint32_t kLayoutVersion = 6;
 constexpr uint32_t kMaxCollections = 4;
 constexpr std::size_t kTypeNameBytes = 96;
 constexpr std::size_t kCollectionNameBytes = 32;
@@ -37,7 +37,7 @@ struct CollectionHeader {
    uint32_t queueLength; // a power of two
    uint32_t slotStride;
    uint32_t queueStride;
-   uint32_t reserved0;
+   uint32_t slotsUsed; // no slot at or past it was ever written: walks stop there
    uint64_t slotsOffset;
    uint64_t indexOffset;
    uint64_t queueOffset;

@@ -142,8 +142,6 @@ TableReader::TableReader(const std::string& mountPath, const TableShape& shape, 
    shadows_.resize(layout_.collectionCount);
    for (uint32_t c = 0; c < layout_.collectionCount; ++c) {
       const CollectionHeader& ch = layout_.collections[c];
-      shadows_[c].seq.assign(ch.capacity, 0);
-      shadows_[c].keys.assign(std::size_t(ch.capacity) * ch.keySize, 0);
       pending_.emplace_back(ch.keySize);
    }
    cursors_.assign(layout_.collectionCount, 0);
@@ -369,6 +367,7 @@ void TableReader::drain(std::size_t c) {
       }
       // The shadow only moves forward: a pass may already know a later
       // version of this slot than the entry describes.
+      if (slot != UINT32_MAX) sh.cover(std::min(slot + 1, m.capacity), m.keySize);
       if (slot != UINT32_MAX && newer(slotSeq, sh.seq[slot])) {
          sh.seq[slot] = slotSeq;
          std::memcpy(&sh.keys[std::size_t(slot) * m.keySize], key, m.keySize);
@@ -395,14 +394,18 @@ void TableReader::resync(std::size_t c, Resync kind) {
    if (kind == Resync::fresh) {
       // Versions of another segment compare with nothing: every key known
       // before is delivered, and every slot read.
-      for (uint32_t i = 0; i < m.capacity; ++i) {
+      for (uint32_t i = 0; i < sh.seq.size(); ++i) {
          if (sh.seq[i] & kSeqLive) deliver(c, &sh.keys[std::size_t(i) * m.keySize]);
          sh.seq[i] = 0;
       }
    }
    std::vector<unsigned char> record(m.recordSize);
    const auto validKey = codecs_[c].validKey;
-   for (uint32_t i = 0; i < m.capacity; ++i) {
+   // Slots past the ones written hold nothing; the shadow may know more of
+   // a segment the reader followed before.
+   const uint32_t used = std::max(readers_[c]->slotsUsed(), uint32_t(std::min<std::size_t>(sh.seq.size(), m.capacity)));
+   sh.cover(used, m.keySize);
+   for (uint32_t i = 0; i < used; ++i) {
       // A slot's versions only grow within one segment: the version the
       // shadow holds needs no copy and no compare.
       if (loadAcquire(m.slot(i)->seq) == sh.seq[i]) continue;

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <algorithm>
 #include <vector>
 
 namespace Pond {
@@ -125,9 +126,17 @@ class TableReader {
  private:
    // Per slot, what the reader last knew of it: the seq of the version (its
    // live bit says whether it held a record) and that record's key.
+   // It covers the slots written so far, not the capacity: a large table
+   // that holds little costs a reader little.
    struct Shadow {
       std::vector<uint32_t> seq; // 0 = nothing known
       std::vector<unsigned char> keys;
+      void cover(uint32_t slots, uint32_t keySize) {
+         if (slots <= seq.size()) return;
+         slots = std::max<uint32_t>(slots, uint32_t(seq.size()) * 2);
+         seq.resize(slots, 0);
+         keys.resize(std::size_t(slots) * keySize, 0);
+      }
    };
    bool tryMount();
    bool mapSegment();

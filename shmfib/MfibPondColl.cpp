@@ -124,7 +124,7 @@ void MfibPondCollRouteIteratorConst::updateToBestRouteIterators() {
    Route other;
    for (; table_ < tables.size(); ++table_, slot_ = 0) {
       const Status& mine = *tables[table_].second;
-      for (; slot_ < mine.routeCapacity(); ++slot_) {
+      for (const uint32_t used = mine.routeSlotsUsed(); slot_ < used; ++slot_) {
          if (mine.routeAtSlot(slot_, route_) != Pond::ReadStatus::found) continue;
          const IpGenRouteKey& key = route_.key();
          if (route_ == Route(key)) continue;

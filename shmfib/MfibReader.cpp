@@ -67,9 +67,11 @@ MfibReader::MfibReader(Pakto::AddressFamily af, Loop::EventLoop& loop, const Pon
       pondDirReactor_(*this, pondDir_.ptr()), sm_(mfibDirSmFactory(watched_, pondDir_, loop, options)) {}
 
 MfibReader::~MfibReader() {
-   // The mounting machine lets go of every table before the VRFs' watchers go.
-   sm_ = nullptr;
+   // The ordered indexes go first: re-ordering every key as the tables
+   // leave one by one would be work for nothing.
+   pondDirReactor_.notifierIs(nullptr);
    vrfs_.clear();
+   sm_ = nullptr;
 }
 
 void MfibReader::follow(const L3::VrfName& vrf) {
