@@ -100,6 +100,9 @@ TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
    coll->pondUrlIs(url("pim2"));
    EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 2u) << "a new url replaces the producer's table";
    EXPECT_EQ(sm->mfibPond("pim", red)->tableReader() != nullptr, true);
+   const std::string allocator = "bitmapper/red/pim";
+   coll->bitMapperPondUrlIs(allocator);
+   EXPECT_EQ(sm->mfibPond("pim", red)->bitMapperPondStatus().ptr()->name(), "pim") << "linked to the route table";
    watched->entryDel(Gant::Name("pim"));
    EXPECT_EQ(pondDir->pondColl(red)->pondPtrSize(), 1u);
    EXPECT_EQ(pondDir->pondColl(red)->pondPtr().front().first, sm->mfibPond("igmp", red).ptr());
@@ -111,6 +114,10 @@ TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
    EXPECT_EQ(lines[1], "Ignoring Pond URL  of size 0");
    EXPECT_EQ(lines[2], "Mounting " + url("pim") + " Mfib pond table for VRF red");
    EXPECT_EQ(lines.back(), "UnMounting " + url("igmp") + " Mfib pond table for VRF red for app igmp");
+   const auto at = std::find(lines.begin(), lines.end(), " bitMapperUrl " + allocator);
+   ASSERT_LE(at + 3, lines.end());
+   EXPECT_EQ(at[1], " bitMapper pim");
+   EXPECT_TRUE(at[2].starts_with(" ptr: 0x")) << at[2];
 }
 
 // Producers in processes of their own, a reader merging them.

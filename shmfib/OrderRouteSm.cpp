@@ -36,6 +36,10 @@ void OrderRouteSm::handleRouteChanged(const IpGenRouteKey& key) {
       FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
       return;
    }
+   apply(key);
+}
+
+void OrderRouteSm::apply(const IpGenRouteKey& key) {
    Route route;
    const Status* table = coll_->routeInForce(key, route);
    if (!table) {
@@ -73,12 +77,12 @@ void OrderRouteSm::GantMfibPond::handleInitialize() {
 // others are not looked at.
 void OrderRouteSm::handleRouteChangedIn(const Status* table, const IpGenRouteKey& key) {
    if (!initialized_) return handleRouteChanged(key);
+   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
    Route mine;
    const Status* inForce = ordered_->route(key);
-   if (!inForce || !MfibPondColl::holds(*table, key, mine) || mine.routePriority().value() == 0)
-      return handleRouteChanged(key);
+   if (!inForce || !MfibPondColl::holds(*table, key, mine) || mine.routePriority().value() == 0) return apply(key);
    Route theirs;
-   if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return handleRouteChanged(key);
+   if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return apply(key);
    const uint32_t a = mine.routePriority().value(), b = theirs.routePriority().value();
    if (a < b) return;
    if (a == b) {
@@ -88,7 +92,6 @@ void OrderRouteSm::handleRouteChangedIn(const Status* table, const IpGenRouteKey
          if (t == table) break;
       }
    }
-   FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
    routeTrace("Route entry updated", key);
    ordered_->routeIs(key, table);
 }

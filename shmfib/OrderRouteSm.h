@@ -36,7 +36,10 @@ class OrderRouteSm : public Gant::PtrInterface {
       OrderRouteSm& sm;
    };
 
+   // handleRouteChanged for a change heard from one table.
    void handleRouteChangedIn(const Status* table, const IpGenRouteKey& key);
+   // Steps 2 and 3 of a change: the key set to its table in force, or deleted.
+   void apply(const IpGenRouteKey& key);
    void mfibPondIs(const Status* table);
    void mfibPondDel(const Status* table);
 

@@ -49,9 +49,14 @@ TEST_F(Ordering, TheMergedViewInKeyOrderWithTheTableInForce) {
    enter(t0), enter(t1);
    t0->routeIs(routeOf(1, 1));
    OrderRouteSm sm(coll, ordered);
-   t1->routeIs(routeOf(1, 2));
-   EXPECT_TRUE(ordered->route().empty()) << "nothing applied before initialization";
-   sm.handleInitialized();
+   {
+      Flashlog::Capture capture("Mroute::MfibPond=8");
+      t1->routeIs(routeOf(1, 2));
+      EXPECT_TRUE(ordered->route().empty()) << "nothing applied before initialization";
+      sm.handleInitialized();
+      EXPECT_EQ(capture.lines(), (std::vector<std::string>{"OrderRouteSm Not initialized", "Initializing OrderRouteSm",
+                                                           "Initialized OrderRouteSm"}));
+   }
    EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t1}}));
 
    Flashlog::Capture capture("Mroute::MfibPond=8");
@@ -71,6 +76,23 @@ TEST_F(Ordering, TheMergedViewInKeyOrderWithTheTableInForce) {
    coll->pondPtrDel(t1); // a table leaving: its keys go to the next in force, or away
    coll->pondPtrDel(t2);
    EXPECT_EQ(view(), (std::map<IpGenRouteKey, const Status*>{{sg(1), t0}}));
+}
+
+TEST_F(Ordering, EqualPrioritiesKeepTheTableEnteredFirst) {
+   Status *t0 = table(0), *t1 = table(1);
+   enter(t0), enter(t1);
+   OrderRouteSm sm(coll, ordered);
+   sm.handleInitialized();
+   t1->routeIs(routeOf(1, 2));
+   t0->routeIs(routeOf(1, 2));
+   EXPECT_EQ(ordered->route(sg(1)), t0) << "met first in the collection";
+   t1->routeIs(routeOf(1, 2, 9));
+   EXPECT_EQ(ordered->route(sg(1)), t0) << "a rewrite of the other changes nothing";
+   t0->routeIs(routeOf(1, 0));
+   EXPECT_EQ(ordered->route(sg(1)), t1) << "priority 0 is never in force";
+   t1->routeIs(routeOf(1, 1));
+   t0->routeIs(routeOf(1, 3));
+   EXPECT_EQ(ordered->route(sg(1)), t0) << "raised above the one in force";
 }
 
 TEST_F(Ordering, OneTablesKeys) {
