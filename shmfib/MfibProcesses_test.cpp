@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -67,84 +68,91 @@ struct MfibProcesses : ::testing::Test {
    Pond::Options options = Pond::Test::uniqueOptions();
    std::vector<int> parentEnds; // closed in every child: a pipe's end is its owner's alone
 
-   struct Producer {
+   // A child process with a pipe each way: `to` it, `from` it.
+   struct Child {
       pid_t pid = -1;
-      int control = -1;
+      int to = -1, from = -1;
+   };
+   struct Producer : Child {
       bool left = false; // killed: its tables stay
       Content content;
    } producers[kApps];
-   struct Reader {
-      pid_t pid = -1;
-      int ask = -1, answer = -1;
-   } readers[kReaders];
+   Child readers[kReaders];
 
-   void closeInChild() {
-      for (int fd : parentEnds) ::close(fd);
-   }
-   void closeEnd(int& fd) {
-      std::erase(parentEnds, fd);
-      ::close(fd);
-      fd = -1;
-   }
-
-   [[noreturn]] void runProducer(int app, int ready, int control) {
-      Loop::EpollLoop loop;
-      MfibProducer p(AddressFamily::ipv4, apps[app], loop, options);
-      for (const auto& vrf : vrfs) p.table(vrf).routeDelAll();
-      for (const auto& [at, iif] : producers[app].content) {
-         Route r(key(at.second));
-         r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(iif)));
-         r.routePriorityIs(RoutePriority(uint8_t(app + 1)));
-         p.routeIs(vrfs[at.first], r);
+   // Runs body(in, out) in a child; body never returns.
+   template <class F>
+   void spawn(Child& c, F body) {
+      int down[2], up[2];
+      ASSERT_EQ(::pipe(down), 0);
+      ASSERT_EQ(::pipe(up), 0);
+      c.pid = ::fork();
+      if (c.pid == 0) {
+         for (int fd : parentEnds) ::close(fd);
+         ::close(down[1]);
+         ::close(up[0]);
+         body(down[0], up[1]);
       }
-      if (::write(ready, "r", 1) != 1) ::_exit(1);
+      ::close(down[0]);
+      ::close(up[1]);
+      c.to = down[1];
+      c.from = up[0];
+      parentEnds.push_back(c.to);
+      parentEnds.push_back(c.from);
+   }
+   // Killed, or (withdraw) told to go by the end of its input; reaped.
+   int stop(Child& c, bool withdraw = false) {
+      if (!withdraw) ::kill(c.pid, SIGKILL);
+      for (int* fd : {&c.to, &c.from}) {
+         std::erase(parentEnds, *fd);
+         ::close(*fd);
+         *fd = -1;
+      }
+      const int code = Pond::Test::exitCode(c.pid);
+      c.pid = -1;
+      return code;
+   }
+   // Serves the loop until the parent closes `in`.
+   static void serve(Loop::EpollLoop& loop, int in, const std::function<void()>& onByte = {}) {
       bool done = false;
-      const Loop::Watch w = loop.watchReadable(control, [&] {
+      const Loop::Watch w = loop.watchReadable(in, [&] {
          char c;
-         done = ::read(control, &c, 1) <= 0;
+         if (!(done = ::read(in, &c, 1) <= 0) && onByte) onByte();
       });
       while (!done) loop.runOnce(1);
-      p.withdraw();
-      ::_exit(0);
    }
+
    void start(int app, std::mt19937& rng, int generation) {
       Producer& p = producers[app];
       p.content.clear();
       for (int v = 0; v < 2; ++v)
          for (uint32_t k = 0; k < kKeys; ++k)
             if (rng() % 2) p.content[{v, k}] = app * 1000 + generation;
-      int ready[2], control[2];
-      ASSERT_EQ(::pipe(ready), 0);
-      ASSERT_EQ(::pipe(control), 0);
-      p.pid = ::fork();
-      if (p.pid == 0) {
-         closeInChild();
-         ::close(control[1]);
-         runProducer(app, ready[1], control[0]);
-      }
-      ::close(ready[1]);
-      ::close(control[0]);
-      p.control = control[1];
-      parentEnds.push_back(p.control);
+      spawn(p, [&](int in, int out) {
+         Loop::EpollLoop loop;
+         MfibProducer producer(AddressFamily::ipv4, apps[app], loop, options);
+         for (const auto& vrf : vrfs) producer.table(vrf).routeDelAll();
+         for (const auto& [at, iif] : p.content) {
+            Route r(key(at.second));
+            r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(iif)));
+            r.routePriorityIs(RoutePriority(uint8_t(app + 1)));
+            producer.routeIs(vrfs[at.first], r);
+         }
+         if (::write(out, "r", 1) != 1) ::_exit(1);
+         serve(loop, in);
+         producer.withdraw();
+         ::_exit(0);
+      });
       char c;
-      ASSERT_EQ(::read(ready[0], &c, 1), 1) << apps[app] << " did not start";
-      ::close(ready[0]);
+      ASSERT_EQ(::read(p.from, &c, 1), 1) << apps[app] << " did not start";
       p.left = false;
    }
    void kill(int app) {
-      Producer& p = producers[app];
-      ::kill(p.pid, SIGKILL);
-      ::waitpid(p.pid, nullptr, 0);
-      closeEnd(p.control);
-      p.pid = -1;
-      p.left = true;
+      stop(producers[app]);
+      producers[app].left = true;
    }
    void withdraw(int app) {
-      Producer& p = producers[app];
-      closeEnd(p.control);
-      EXPECT_EQ(Pond::Test::exitCode(p.pid), 0) << apps[app] << " withdrew badly";
-      p.pid = -1;
-      p.content.clear();
+      EXPECT_EQ(stop(producers[app], true), 0) << apps[app] << " withdrew badly";
+      producers[app].content.clear();
    }
    void remove(int app) {
       removeDeadProducer(AddressFamily::ipv4, apps[app], options);
@@ -153,49 +161,24 @@ struct MfibProcesses : ::testing::Test {
    }
 
    void startReader(int n) {
-      Reader& r = readers[n];
-      int ask[2], answer[2];
-      ASSERT_EQ(::pipe(ask), 0);
-      ASSERT_EQ(::pipe(answer), 0);
-      r.pid = ::fork();
-      if (r.pid == 0) {
-         closeInChild();
-         ::close(ask[1]);
-         ::close(answer[0]);
+      spawn(readers[n], [&](int in, int out) {
          Loop::EpollLoop loop;
          MfibReader reader(AddressFamily::ipv4, loop, options);
-         bool done = false;
-         const Loop::Watch w = loop.watchReadable(ask[0], [&] {
-            char c;
-            if ((done = ::read(ask[0], &c, 1) <= 0)) return;
+         serve(loop, in, [&] {
             const std::string d = dump(reader);
-            const uint32_t n = uint32_t(d.size());
-            if (::write(answer[1], &n, 4) != 4 || ::write(answer[1], d.data(), n) != ssize_t(n)) ::_exit(1);
+            const uint32_t size = uint32_t(d.size());
+            if (::write(out, &size, 4) != 4 || ::write(out, d.data(), size) != ssize_t(size)) ::_exit(1);
          });
-         while (!done) loop.runOnce(1);
          ::_exit(0);
-      }
-      ::close(ask[0]);
-      ::close(answer[1]);
-      r.ask = ask[1];
-      r.answer = answer[0];
-      parentEnds.push_back(r.ask);
-      parentEnds.push_back(r.answer);
-   }
-   void stopReader(int n) {
-      Reader& r = readers[n];
-      ::kill(r.pid, SIGKILL);
-      ::waitpid(r.pid, nullptr, 0);
-      closeEnd(r.ask);
-      closeEnd(r.answer);
+      });
    }
    std::string ask(int n) {
-      Reader& r = readers[n];
+      Child& r = readers[n];
       uint32_t size = 0;
-      if (::write(r.ask, "d", 1) != 1 || ::read(r.answer, &size, 4) != 4) return "no answer";
+      if (::write(r.to, "d", 1) != 1 || ::read(r.from, &size, 4) != 4) return "no answer";
       std::string d(size, '\0');
       for (std::size_t got = 0; got < size;) {
-         const ssize_t k = ::read(r.answer, d.data() + got, size - got);
+         const ssize_t k = ::read(r.from, d.data() + got, size - got);
          if (k <= 0) return "no answer";
          got += std::size_t(k);
       }
@@ -235,8 +218,8 @@ struct MfibProcesses : ::testing::Test {
    void TearDown() override {
       for (int app = 0; app < kApps; ++app)
          if (producers[app].pid > 0) kill(app);
-      for (int n = 0; n < kReaders; ++n)
-         if (readers[n].pid > 0) stopReader(n);
+      for (Child& r : readers)
+         if (r.pid > 0) stop(r);
       for (const char* app : apps) try {
             removeDeadProducer(AddressFamily::ipv4, app, options);
          } catch (const Gant::TableError&) {
@@ -258,7 +241,7 @@ TEST_F(MfibProcesses, RandomStartsKillsAndWithdrawalsEndInTheIndependentMerge) {
       std::string what;
       if (pick < 2) {
          const int n = int(rng() % kReaders);
-         stopReader(n);
+         stop(readers[n]);
          startReader(n);
          what = "reader restarted";
       } else if (p.pid < 0 && (!p.left || pick < 7)) {
