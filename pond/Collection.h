@@ -232,6 +232,24 @@ class CollectionReader {
    uint32_t size() const;
    // The slots a walk need look at: none past them was ever written.
    uint32_t slotsUsed() const;
+   // Hints, in two stages, for a lookup of a key that hashes to `hash`:
+   // the index words it reads first, then the record its home bucket
+   // names. Given stage by stage across several tables, their lookups wait
+   // on memory together rather than one after another.
+   void prefetchIndex(uint32_t hash) const noexcept {
+      const uint32_t pos = hash & m_.bucketMask;
+      __builtin_prefetch(reinterpret_cast<const Word*>(m_.tags) + pos / kTagsPerWord);
+      __builtin_prefetch(m_.slotNumbers + pos);
+   }
+   void prefetchRecord(uint32_t hash) const noexcept {
+      const uint32_t pos = hash & m_.bucketMask;
+      const Word word = loadTagWord(m_.tags, pos / kTagsPerWord);
+      if (static_cast<uint8_t>(word >> (8 * (pos % kTagsPerWord))) != bucketTag(hash)) return;
+      const uint32_t slot = loadRelaxed(m_.slotNumbers[pos]);
+      if (slot >= m_.capacity) return;
+      const auto* p = reinterpret_cast<const char*>(m_.slot(slot));
+      for (uint32_t at = 0; at < m_.slotStride; at += 64) __builtin_prefetch(p + at);
+   }
    const CollectionMap& map() const noexcept { return m_; }
 
  private:

@@ -53,6 +53,12 @@ std::pair<const Status*, Route> MfibPondColl::best(const IpGenRouteKey& key, con
    // copied nor compared whole with the default.
    std::pair<const Status*, Route> best{nullptr, Route(key)};
    uint32_t bestPriority = 0;
+   if (tables_.size() > 1) {
+      // Every table's probe started before any is waited on.
+      const uint32_t hash = Gant::hashOf(key);
+      for (const auto& [k, t] : tables_) t->routeView().prefetchIndex(hash);
+      for (const auto& [k, t] : tables_) t->routeView().prefetchRecord(hash);
+   }
    for (const auto& [k, t] : tables_) {
       if (k == excluded) continue;
       const Pond::Found<Route> f = t->route(key);

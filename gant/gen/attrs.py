@@ -666,6 +666,8 @@ class PondAttr(AttrEmitter):
                f'{i2}   return Pond::MapReader<{ct}>(collectionView({idx})).find(k);',
                f'{i2}}}',
                f'{i2}uint32_t {n}Size() const {{ return collectionView({idx}).size(); }}',
+               f'{i2}// The collection as lookups see it (prefetch hints, sizes).',
+               f'{i2}const Pond::CollectionReader& {n}View() const {{ return collectionView({idx}); }}',
                f'{i2}// Slot by slot, for a walk that keeps its place: a record that breaks',
                f'{i2}// its rules reads as corrupt.',
                f'{i2}uint32_t {n}Capacity() const {{ return collectionView({idx}).map().capacity; }}',
