@@ -70,7 +70,7 @@ CollectionReader::CollectionReader() {
 
 void CollectionReader::bind(const CollectionMap& m) {
    m_ = m;
-   validated_.assign(m.capacity, 0);
+   validated_.clear();
 }
 
 Held whyHeld(const CollectionMap& m, const uint32_t& word, uint32_t seen) {

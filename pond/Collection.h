@@ -19,6 +19,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <algorithm>
 #include <vector>
 
 namespace Pond {
@@ -215,11 +216,16 @@ class CollectionReader {
 
    // Whether the record version (slot, seq) was already found valid, so a
    // warm lookup validates each version once. A reader-private cache.
-   bool validated(uint32_t slot, uint32_t seq) const noexcept { return validated_[slot] == seq || own_; }
+   bool validated(uint32_t slot, uint32_t seq) const noexcept {
+      return (slot < validated_.size() && validated_[slot] == seq) || own_;
+   }
    // The writer's view of its own records: nobody else writes them, so
    // there is nothing to check.
    void ownRecords() noexcept { own_ = true; }
-   void markValidated(uint32_t slot, uint32_t seq) const noexcept { validated_[slot] = seq; }
+   void markValidated(uint32_t slot, uint32_t seq) const {
+      if (slot >= validated_.size()) validated_.resize(std::max<std::size_t>(slot + 1, validated_.size() * 2), 0);
+      validated_[slot] = seq;
+   }
    // Whether copy, a whole copy of version seq of slot, matches the check
    // the writer wrote with it; `changed` when the slot has moved on since
    // (look again).
@@ -254,7 +260,10 @@ class CollectionReader {
 
  private:
    CollectionMap m_;
-   mutable std::vector<uint32_t> validated_; // per slot: seq of the version checked (0: none)
+   // Per slot met so far: seq of the version checked (0: none). It grows
+   // with the slots lookups meet, so a large table that holds little costs
+   // little.
+   mutable std::vector<uint32_t> validated_;
    bool own_ = false;
 };
 
