@@ -13,15 +13,29 @@ namespace {
 std::size_t allocations = 0;
 }
 
-// Out of line, so that the compiler never pairs an inlined malloc with an
-// inlined free and takes them for a mismatched new and delete.
-[[gnu::noinline]] void* operator new(std::size_t n) {
+// Every form that a plain delete may free is replaced, so that no block
+// allocated by the runtime's own new is given to free (the address
+// sanitizer reports that pair). Out of line, so that the compiler never
+// pairs an inlined malloc with an inlined free and takes them for a
+// mismatched new and delete.
+[[gnu::noinline]] void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
    ++allocations;
-   if (void* p = std::malloc(n ? n : 1)) return p;
+   return std::malloc(n ? n : 1);
+}
+[[gnu::noinline]] void* operator new(std::size_t n) {
+   if (void* p = operator new(n, std::nothrow)) return p;
    throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
+   return operator new(n, std::nothrow);
+}
+[[gnu::noinline]] void* operator new[](std::size_t n) { return operator new(n); }
 [[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
 [[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
 namespace {
 

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,10 @@ namespace Pond::Test {
 inline Options uniqueOptions() {
    static int n = 0;
    Options o;
-   o.prefix = "mcastfib-test-" + std::to_string(::getpid()) + "-" + std::to_string(++n);
+   // The pid alone is not enough: a segment a killed test process left
+   // behind would meet a later process given the same pid.
+   static const std::string run = std::to_string(::getpid()) + "-" + std::to_string(std::random_device()() % 1000000);
+   o.prefix = "mcastfib-test-" + run + "-" + std::to_string(++n);
    return o;
 }
 
