@@ -6,11 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace {
-std::size_t allocations = 0;
+// Atomic: the test program's threaded tests allocate from several threads.
+std::atomic<std::size_t> allocations{0};
 }
 
 // Every form that a plain delete may free is replaced, so that no block
@@ -19,7 +21,7 @@ std::size_t allocations = 0;
 // pairs an inlined malloc with an inlined free and takes them for a
 // mismatched new and delete.
 [[gnu::noinline]] void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-   ++allocations;
+   allocations.fetch_add(1, std::memory_order_relaxed);
    return std::malloc(n ? n : 1);
 }
 [[gnu::noinline]] void* operator new(std::size_t n) {
