@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Builds and runs the whole suite three ways: native x86_64, 32-bit x86, and
-# with AddressSanitizer + UndefinedBehaviorSanitizer; then the shared-memory
-# tables' tests under ThreadSanitizer. Fails loudly when any build fails,
+# with AddressSanitizer + UndefinedBehaviorSanitizer and with ThreadSanitizer. Fails loudly when any build fails,
 # any test fails, or a build runs no test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -44,8 +43,9 @@ run native -DCMAKE_BUILD_TYPE=Release -DMCASTFIB_BENCH=ON
 run m32 -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-m32
 run asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
    "-DCMAKE_CXX_FLAGS=-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
-# The concurrency code (shared-memory tables) also under ThreadSanitizer.
-CTEST_ARGS="-R ^Pond" run tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=-fsanitize=thread"
+# Everything under ThreadSanitizer but the trace ring's two-thread test: the
+# ring lets two threads garble a line rather than lock, a race it accepts.
+CTEST_ARGS="-E ^FlashlogRing.TwoThreads" run tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=-fsanitize=thread"
 
 printf '%s\n' "${summary[@]}"
 echo "$passed passed, $failed failed"

@@ -5,6 +5,7 @@
 #include "sys/Calls.h"
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <cstring>
 
@@ -81,7 +82,7 @@ void MfibDirMirror::found(const std::string& objectName) {
    Gant::String app;
    if (!appOf(objectName, app) || found_.count(app)) return;
    FLASHLOG(trace, 5, "MfibDirMirror: found producer ", app);
-   auto p = std::make_unique<Producer>(*this, app);
+   auto p = std::make_unique<Producer>(*this, app, objectName);
    dir_->entryIs(Gant::Name(app), p->dir);
    producers_->liveIs(app, false);
    found_.emplace(app, std::move(p));
@@ -100,8 +101,8 @@ void MfibDirMirror::gone(const std::string& objectName) {
    found_.erase(it);
 }
 
-MfibDirMirror::Producer::Producer(MfibDirMirror& m, const Gant::String& a)
-    : mirror(m), app(a), table(mfibDirTableFactory(Gant::Name(a))), dir(mfibDirFactory(Gant::Name(a))) {
+MfibDirMirror::Producer::Producer(MfibDirMirror& m, const Gant::String& a, const std::string& objectName)
+    : mirror(m), app(a), path(m.shmDir_ + "/" + objectName), table(mfibDirTableFactory(Gant::Name(a))), dir(mfibDirFactory(Gant::Name(a))) {
    notifierIs(table.ptr());
    table->openReader(MfibDirTable::mountPath(m.af_, app), m.loop_, m.options_);
 }
@@ -119,6 +120,10 @@ void MfibDirMirror::Producer::onDirColl(const L3::VrfName& vrf) {
 
 void MfibDirMirror::Producer::onTableStatus() {
    const bool live = table->writerAlive();
+   struct stat st;
+   // A producer that withdrew unlinked its directory before it ended: it
+   // leaves (the deletion event is on its way) rather than going stale.
+   if (!live && !Sys::calls().lstat(path.c_str(), &st).ok()) return;
    if (!live) FLASHLOG(trace, 3, "MfibDirMirror: producer ", app, " is stale: its routes stay in force");
    mirror.producers_->liveIs(app, live);
 }

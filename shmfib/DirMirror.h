@@ -36,11 +36,12 @@ class MfibDirMirror {
 
  private:
    struct Producer : MfibDirTable::Reactor {
-      Producer(MfibDirMirror& m, const Gant::String& app);
+      Producer(MfibDirMirror& m, const Gant::String& app, const std::string& objectName);
       void onDirColl(const L3::VrfName& vrf) override;
       void onTableStatus() override;
       MfibDirMirror& mirror;
       Gant::String app;
+      std::string path; // of its directory's shared object
       Gant::Ptr<MfibDirTable> table;
       Gant::Ptr<MfibDir> dir;
    };
