@@ -45,7 +45,7 @@ bool MfibPondColl::holds(const Status& table, const IpGenRouteKey& key, Route& o
    const Pond::Found<Route> f = table.route(key);
    if (f.status != Pond::ReadStatus::found) return false;
    out = *f;
-   return !(out == Route(key));
+   return counts(out);
 }
 
 std::pair<const Status*, Route> MfibPondColl::best(const IpGenRouteKey& key, const Status* excluded) const {
@@ -63,8 +63,7 @@ std::pair<const Status*, Route> MfibPondColl::best(const IpGenRouteKey& key, con
       if (k == excluded) continue;
       const Pond::Found<Route> f = t->route(key);
       if (f.status != Pond::ReadStatus::found || f->routePriority().value() <= bestPriority) continue;
-      // best.second is still the default until a first route wins.
-      if (best.first ? *f == Route(key) : *f == best.second) continue;
+      if (!counts(*f)) continue;
       bestPriority = f->routePriority().value();
       best.first = k;
       best.second = *f;

@@ -62,6 +62,16 @@ class MfibPondColl : public Gant::Entity {
    // the default route. Corruption counts as absent (the table's reader
    // reports it to the table's watchers).
    static bool holds(const Status& table, const IpGenRouteKey& key, Route& out);
+   // Whether a route read from a table counts (is not its key's default).
+   static bool counts(const Route& route) {
+      // A priority other than the default's settles it without building
+      // and comparing the whole default.
+      return route.routePriority() != defaultPriority() || !(route == Route(route.key()));
+   }
+   static RoutePriority defaultPriority() {
+      static const RoutePriority p = Route().routePriority();
+      return p;
+   }
 
    const Gant::TypeInfo& typeInfo() const noexcept override { return gantTypeInfo(); }
    static const Gant::TypeInfo& gantTypeInfo();

@@ -69,7 +69,12 @@ void OrderRouteSm::GantMfibPond::handleInitialize() {
       FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
       return;
    }
-   notifier()->routeForEach([&](const Route& r) { sm.handleRouteChangedIn(notifier(), r.key()); });
+   // The walk's own copy of each route is weighed: no second lookup.
+   notifier()->routeForEach([&](const Route& r) {
+      if (!sm.initialized_) return sm.handleRouteChanged(r.key());
+      FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", r.key().pretty(), ")");
+      sm.weigh(notifier(), r.key(), MfibPondColl::counts(r) ? &r : nullptr);
+   });
 }
 
 // A change heard from one table: unless that table's route is gone or
@@ -79,11 +84,15 @@ void OrderRouteSm::handleRouteChangedIn(const Status* table, const IpGenRouteKey
    if (!initialized_) return handleRouteChanged(key);
    FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
    Route mine;
+   weigh(table, key, MfibPondColl::holds(*table, key, mine) ? &mine : nullptr);
+}
+
+void OrderRouteSm::weigh(const Status* table, const IpGenRouteKey& key, const Route* mine) {
    const Status* inForce = ordered_->route(key);
-   if (!inForce || !MfibPondColl::holds(*table, key, mine) || mine.routePriority().value() == 0) return apply(key);
+   if (!inForce || !mine || mine->routePriority().value() == 0) return apply(key);
    Route theirs;
    if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return apply(key);
-   const uint32_t a = mine.routePriority().value(), b = theirs.routePriority().value();
+   const uint32_t a = mine->routePriority().value(), b = theirs.routePriority().value();
    if (a < b) return;
    if (a == b) {
       // Equal: the table entered first stays.

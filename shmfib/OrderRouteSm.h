@@ -38,6 +38,8 @@ class OrderRouteSm : public Gant::PtrInterface {
 
    // handleRouteChanged for a change heard from one table.
    void handleRouteChangedIn(const Status* table, const IpGenRouteKey& key);
+   // The same, given the route the table holds (or its default when absent).
+   void weigh(const Status* table, const IpGenRouteKey& key, const Route* mine);
    // Steps 2 and 3 of a change: the key set to its table in force, or deleted.
    void apply(const IpGenRouteKey& key);
    void mfibPondIs(const Status* table);
