@@ -2,11 +2,13 @@
 // A received or built packet: one buffer, sized once, holding the packet's
 // bytes at [head, head + size). Packets come from a PktManager, which keeps
 // them for reuse, so that a steady flow of packets allocates nothing.
+#include "gant/Generated.h"
 #include "gant/Ptr.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Pakto {
@@ -69,3 +71,11 @@ class PktManager {
 PktManager& globalPktManager() noexcept;
 
 } // namespace Pakto
+
+namespace Gant {
+// A packet held by an entity shows in text by its length.
+inline EntityRef entityName(const Pakto::Pkt* p) {
+   if (!p) return {};
+   return EntityRef{Name("Pkt[" + std::to_string(p->size()) + "]"), false};
+}
+} // namespace Gant

@@ -474,13 +474,17 @@ class Gen:
         ems = [emitter(self, t, a, 'entity') for a in t.attrs]
         backrefs = [e.a for e in ems if isinstance(e, BackrefAttr)]
         ponds = [e for e in ems if isinstance(e, PondAttr)]
-        base = 'GantPond::TableEntity' if ponds else 'Gant::Entity'
+        # `entity E : B` derives from the entity B (a hand-written or generated
+        # entity constructed from its name), and its reactor from B's.
+        if t.base and ponds:
+            raise S.SchemaError(f'{self.file}:{t.line}: entity {t.name} with a base cannot hold pond collections')
+        base = t.base or ('GantPond::TableEntity' if ponds else 'Gant::Entity')
         h.append(f'{ind}class {t.name} : public {base} {{')
         h.append(f'{ind} public:')
         for ch in t.children:
             self.emit_type(ch, i2)
         # Reactor first, so that setters below can name its handlers.
-        h.append(f'{i2}class Reactor : public Gant::Reactor {{')
+        h.append(f'{i2}class Reactor : public {t.base + "::Reactor" if t.base else "Gant::Reactor"} {{')
         h.append(f'{i2} public:')
         h.append(f'{i2}   explicit Reactor({t.name}* e = nullptr) {{ attachTo(e); }}')
         h.append(f'{i2}   {t.name}* notifier() const noexcept;')
@@ -529,7 +533,7 @@ class Gen:
         if ponds:
             init = [f'GantPond::TableEntity(Gant::keyName({kname}), tableShape(), tableCodecs())']
         else:
-            init = [f'Gant::Entity(Gant::keyName({kname}))']
+            init = [f'{t.base or "Gant::Entity"}(Gant::keyName({kname}))']
         if kname != 'name':
             init.append(f'{kname}_({kname})')
         init += [f'{b.name}_({b.name})' for b in backrefs]

@@ -86,7 +86,7 @@ class Node:
         self.ops = []
         self.inits = []
         self.statics = []
-        self.base = None     # underlying type of enum/scalar/flags
+        self.base = None     # underlying type of enum/scalar/flags; an entity's base entity
         self.ns = None       # namespace of a top-level type
         self.mount = None    # mount path pattern, '{6}' marks the IPv6 variant
         self.default = None
@@ -126,7 +126,7 @@ LINES_IN = {
 ATTR_RE = re.compile(
     r'^(?:(const|counter|map|set|array|children|ref|backref|pond)\s+)?(\w+)\s*:\s*'
     r'(.+?)(?:\s*->\s*(.+?))?(?:\s*=\s*(.+?))?$')
-TYPE_RE = re.compile(r'^(enum|scalar|flags|value|entity)\s+(\w+)(?:\s*:\s*(\w+))?(?:\s*=\s*(.+))?$')
+TYPE_RE = re.compile(r'^(enum|scalar|flags|value|entity)\s+(\w+)(?:\s*:\s*([\w:]+))?(?:\s*=\s*(.+))?$')
 
 
 def parse(text, filename='<schema>'):

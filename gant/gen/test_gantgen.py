@@ -35,6 +35,7 @@ BAD = [
     ('value V\n   counter c : U8', 'bad.gant:3: counter not allowed in a value type'),
     ('value V\n   ref r : V', 'bad.gant:3: ref not allowed in a value type'),
     ('entity E\n   a : U32[4]', 'bad.gant:3: fixed-size array not allowed in an entity'),
+    ('entity E : B\n   pond p : R', 'bad.gant:2: entity E with a base cannot hold pond collections'),
     ('value V\n   set s : U32[4]', 'bad.gant:3: set s: a fixed-size array is a plain attribute'),
     ('value V\n   a : U32[0]', 'bad.gant:3: a: an array of no elements'),
     ('value V\n   map m : U32 -> U32 [keyof]', 'bad.gant:3: keyof only in an entity'),
