@@ -98,7 +98,7 @@ Gant::Ptr<Pakto::MrtMessage> readNetlinkMrtMessage(Pakto::AddressFamily af, cons
       const uint16_t type = nlaType > Attr::intfId ? uint16_t(nlaType - ipv4AttrOffset) : nlaType;
       // An attribute shorter than its type needs is skipped, never read past.
       switch (nlaType > Attr::intfId + ipv4AttrOffset ? uint16_t(0xFFFF) : type) {
-      case unspec: break;
+      case unnamed: break;
       case msgType:
          if (bytes < 1) break;
          switch (payload[0]) {

@@ -20,7 +20,7 @@ inline constexpr uint16_t rtmNewCacheReport = 96;
 inline constexpr uint8_t rtnlFamilyIpmr = 128, rtnlFamilyIp6mr = 129;
 inline constexpr std::size_t nlmsghdrBytes = 16, rtgenmsgBytes = 4;
 // Attributes as this kernel numbers them for IPv6; IPv4 adds 7.
-enum Attr : uint16_t { unspec = 0, msgType = 1, mifId = 2, srcAddr = 3, dstAddr = 4, pkt = 5, intfId = 6 };
+enum Attr : uint16_t { unnamed = 0, msgType = 1, mifId = 2, srcAddr = 3, dstAddr = 4, pkt = 5, intfId = 6 };
 inline constexpr uint16_t ipv4AttrOffset = 7;
 
 constexpr std::size_t align4(std::size_t n) { return (n + 3) & ~std::size_t(3); }
