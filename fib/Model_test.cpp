@@ -1,15 +1,11 @@
 // What the model promises across its generated types: enumerations found by
-// their full names, the refusal and enumeration texts the system quotes, and
-// the counter table's whole-collection notification.
+// their full names, and the refusal and enumeration texts the system quotes.
 #include "fib/Config.h"
-#include "fib/Counter.h"
 #include "fib/GroupKey.h"
 #include "fib/HardwareStatus.h"
 #include "fib/Status.h"
 #include "gant/testlib/ValueContract.h"
 #include "shmfib/Route.h"
-#include "loop/EpollLoop.h"
-#include "pond/testlib/Fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -68,28 +64,6 @@ TEST(Model, QuotedTexts) {
        {Gant::toText(Kind::mcastGroupKindTapAgg), "'mcastGroupKindTapAgg'"},
    };
    for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, expected);
-}
-
-TEST(Model, CounterTableHearsWholeCollectionChanges) {
-   using namespace Routing::Multicast::Fib;
-   Loop::EpollLoop loop;
-   auto status = counterStatusFactory("counters");
-   struct Watch : CounterStatus::Reactor {
-      using CounterStatus::Reactor::Reactor;
-      int keys = 0, whole = 0;
-      void onCounter(const IpGenRouteKey&) override { ++keys; }
-      void onCounter() override { ++whole; }
-   } w(status.ptr());
-   status->openWriter("routing/multicast/counter/whole", &loop, Pond::Test::uniqueOptions());
-   status->counterIs(Counter(makeRouteKeyVlanFloodset(3)));
-   status->counterIs(Counter(makeRouteKeyVlanFloodset(4)));
-   status->counterNotify();
-   EXPECT_EQ(w.whole, 1);
-   status->counterDelAll();
-   EXPECT_EQ(status->counterSize(), 0u);
-   EXPECT_EQ(w.keys, 4) << "two insertions, then each removal";
-   EXPECT_EQ(w.whole, 2) << "emptying is a change of the whole collection";
-   status->tableWriter()->unlink();
 }
 
 } // namespace

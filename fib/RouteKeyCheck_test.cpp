@@ -12,22 +12,29 @@ namespace {
 
 Pakto::IpGenPrefix prefix(const char* text) { return Gant::fromText<Pakto::IpGenPrefix>(text); }
 
-TEST(RouteKeyCheck, EveryPrintedFormReadsBack) {
-   const IpGenRouteKey keys[] = {
-       invalidRouteKey(),
-       makeRouteKeyVlanFloodset(Bridging::VlanId(1)),
-       makeRouteKeyMulticastFloodset(Bridging::VlanId(4094)),
-       makeRouteKeyVxlanCoreSideFloodset(Bridging::VlanId(30)),
-       makeRouteKeyEthGroup(Bridging::VlanId(100), Gant::fromText<Pakto::EthAddr>("01:00:5e:01:02:03")),
-       makeRouteKeyMcastGroup(::Multicast::Group::GroupKey(19, 65535, 77)),
-       makeRouteKeyEvpnMultihomeFloodset(Bridging::VlanId(10), Gant::fromText<Pakto::IpGenAddr>("10.1.1.1")),
-       IpGenRouteKey(prefix("10.0.0.1/32"), prefix("239.1.1.1/32")),
-       IpGenRouteKey(prefix("10.0.0.0/8"), prefix("239.1.1.0/24")),
-       IpGenRouteKey(prefix("0.0.0.0/0"), prefix("239.1.1.1/32")),
-       IpGenRouteKey(prefix("2001:db8::1/128"), prefix("ff3e::8000:1/128")),
-       IpGenRouteKey(prefix("::/0"), prefix("ff3e::1/128")),
+// The pretty texts are quoted by operators and tools: exact, and each reads
+// back, as does every text form.
+TEST(RouteKeyCheck, EveryPrintedFormIsExactAndReadsBack) {
+   const auto mac = Gant::fromText<Pakto::EthAddr>("01:00:5e:01:02:03");
+   const std::pair<IpGenRouteKey, const char*> keys[] = {
+       {invalidRouteKey(), "Unknown Type"},
+       {makeRouteKeyVlanFloodset(1), "vlan1 Floodset"},
+       {makeRouteKeyMulticastFloodset(4094), "vlan4094 Multicast Floodset"},
+       {makeRouteKeyVxlanCoreSideFloodset(30), "vlan30 Vxlan CoreSide Floodset"},
+       {makeRouteKeyEthGroup(100, mac), "vlan100 01:00:5e:01:02:03"},
+       {makeRouteKeyMcastGroup(::Multicast::Group::GroupKey(19, 65535, 77)), "Mcast Group Kind 19 Index 65535"},
+       {makeRouteKeyEvpnMultihomeFloodset(10, Gant::fromText<Pakto::IpGenAddr>("10.1.1.1")),
+        "vlan10 10.1.1.1 EvpnMultihomeFloodset"},
+       {IpGenRouteKey(prefix("10.0.0.1/32"), prefix("239.1.1.1/32")), "(10.0.0.1,239.1.1.1)"},
+       {IpGenRouteKey(prefix("0.0.0.0/0"), prefix("239.1.1.1/32")), "(*,239.1.1.1)"},
+       {IpGenRouteKey(prefix("10.0.0.0/8"), prefix("239.1.1.1/32")), "(10.0.0.0/8,239.1.1.1)"},
+       {IpGenRouteKey(prefix("10.0.0.1/32"), prefix("239.1.0.0/16")), "(10.0.0.1,239.1.0.0/16)"},
+       {IpGenRouteKey(prefix("2001:db8::1/128"), prefix("ff3e::8000:1/128")), "(2001:db8::1,ff3e::8000:1)"},
+       {IpGenRouteKey(prefix("2001:db8::/32"), prefix("ff3e::/96")), "(2001:db8::/32,ff3e::/96)"},
+       {IpGenRouteKey(prefix("::/0"), prefix("ff3e::1/128")), "(*,ff3e::1)"},
    };
-   for (const IpGenRouteKey& key : keys) {
+   for (const auto& [key, pretty] : keys) {
+      EXPECT_EQ(key.pretty(), pretty);
       std::vector<std::string> texts = {key.pretty(), Gant::toText(key)};
       if (key.g().af() != Pakto::ipv6()) texts.push_back(Gant::toText(RouteKey(key)));
       for (const std::string& text : texts) {
@@ -38,6 +45,8 @@ TEST(RouteKeyCheck, EveryPrintedFormReadsBack) {
          EXPECT_EQ(*read, key);
       }
    }
+   // The (*,G) text never shows the group's length, so it alone cannot read back.
+   EXPECT_EQ(IpGenRouteKey(prefix("0.0.0.0/0"), prefix("239.1.0.0/16")).pretty(), "(*,239.1.0.0)");
 }
 
 TEST(RouteKeyCheck, LayoutsNoBuilderMakesHaveNoKind) {

@@ -24,12 +24,4 @@ TEST(FibIntfFlags, ShortFormAndPerBitAttributes) {
    EXPECT_EQ(f.value(), 0x28u);
 }
 
-TEST(FibIntf, FlagsAloneMakeItNonEmptyAndAreRangeChecked) {
-   EXPECT_TRUE(!Intf());
-   EXPECT_FALSE(!Intf(Pakto::IntfId(), Flags(Flags::forwardMask)));
-   Intf i(Pakto::IntfId("Ethernet1"), Flags(3));
-   EXPECT_THROW(Gant::attrIs(i, "intfFlags", 0x40), Gant::RangeError);
-   EXPECT_EQ(i.intfFlags().value(), 3u);
-}
-
 } // namespace

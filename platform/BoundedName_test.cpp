@@ -1,3 +1,6 @@
+// Names of bounded length. VrfName stands for the shared template in the
+// value contract; NamespaceName adds only its own limit and default.
+#include "platform/NamespaceName.h"
 #include "platform/VrfName.h"
 
 #include "gant/testlib/ValueContract.h"
@@ -77,6 +80,16 @@ TEST(VrfName, HashIsTheStringHash) {
    for (const char* s : {"", "default", "it's"})
       EXPECT_EQ(Gant::hashOf(VrfName(s)), Gant::hashOf(std::string(s))) << s;
    EXPECT_EQ(Gant::toLog(VrfName("ab")).size(), 101u) << "fixed width";
+}
+
+TEST(NamespaceName, EmptyIsTheDefaultNamespaceAndNameMaxIsTheLimit) {
+   using Pakto::NamespaceName;
+   EXPECT_TRUE(NamespaceName().isDefault());
+   EXPECT_FALSE(NamespaceName("ns-mgmt").isDefault());
+   EXPECT_EQ(NamespaceName(std::string(255, 'n')).size(), 255u);
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { (void)NamespaceName(std::string(256, 'n')); }),
+             "NamespaceName::bytes > NamespaceName::maxLength not allowed");
+   EXPECT_EQ(Gant::toLog(NamespaceName("ns")).size(), 256u);
 }
 
 } // namespace
