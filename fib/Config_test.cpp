@@ -1,7 +1,5 @@
 #include "fib/Config.h"
 
-#include "gant/testlib/Thrown.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
@@ -17,12 +15,6 @@ struct ConfigWatch : Config::Reactor {
    Seen seen;
    void onRouting() override { ++seen["routing"]; }
    void onCounterRoute(const IpGenRouteKey&) override { ++seen["counterRoute"]; }
-};
-
-struct VrfConfigWatch : VrfConfig::Reactor {
-   using VrfConfig::Reactor::Reactor;
-   Seen seen;
-   void onConfig(const Gant::Name& n) override { ++seen["config " + n]; }
 };
 
 IpGenRouteKey route(const char* s, const char* g) {
@@ -65,20 +57,6 @@ TEST(FibConfig, VrfConfigHoldsDefaultFromTheStart) {
    EXPECT_TRUE(root->config("default")->isDefault());
    EXPECT_EQ(root->config("default")->parent(), root.ptr());
    EXPECT_EQ(root->intfConfigSize(), 0u);
-   VrfConfigWatch w(root.ptr());
-   root->configDel("default");
-   EXPECT_EQ(root->configSize(), 0u);
-   auto recreated = root->configIs("default");
-   EXPECT_EQ(recreated, root->config("default"));
-   EXPECT_EQ(w.seen, (Seen{{"config default", 2}}));
-
-   std::string longName(101, 'v');
-   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { root->configIs(longName); }),
-             "VrfName::bytes > VrfName::maxLength not allowed");
-   EXPECT_FALSE(root->configHas(longName));
-   EXPECT_EQ(w.seen, (Seen{{"config default", 2}})) << "a refused name notifies nobody";
-   root->configIs(std::string(100, 'v'));
-   EXPECT_EQ(root->configSize(), 2u);
 }
 
 } // namespace

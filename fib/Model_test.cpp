@@ -1,5 +1,5 @@
-// What the model promises across its generated types: enumerations found by
-// their full names, and the refusal and enumeration texts the system quotes.
+// The refusal and enumeration texts of the model's generated types that the
+// system quotes.
 #include "fib/Config.h"
 #include "fib/GroupKey.h"
 #include "fib/HardwareStatus.h"
@@ -10,28 +10,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-TEST(Model, EnumerationsAreRegisteredByFullName) {
-   struct Case {
-      const char* type;
-      const char* member;
-      uint32_t value;
-   };
-   for (const Case& c : {Case{"Routing::Multicast::Fib::RouteKeyType", "ethGroup", 3},
-                         Case{"Multicast::Group::McastGroupKind", "mcastGroupKindTapAgg", 19},
-                         Case{"Routing::Multicast::Fib::CounterMode", "byteMode", 2},
-                         Case{"Routing::Multicast::Fib::Config::MultipathControl", "multipathNone", 1}}) {
-      SCOPED_TRACE(c.type);
-      const Gant::TypeInfo* t = Gant::TypeRegistry::find(c.type);
-      ASSERT_NE(t, nullptr);
-      ASSERT_NE(t->enumInfo, nullptr);
-      EXPECT_STREQ(t->enumInfo->typeName, c.type);
-      uint32_t v = 0;
-      EXPECT_TRUE(t->enumInfo->valueOf(c.member, v));
-      EXPECT_EQ(v, c.value);
-      EXPECT_EQ(t->factory, nullptr);
-   }
-}
 
 template <class T>
 std::string refusal(std::initializer_list<int> log) {

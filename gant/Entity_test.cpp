@@ -121,6 +121,18 @@ TEST(Entity, OwnedChildrenAreCreatedOnceAndParented) {
    EXPECT_TRUE(root->tagHas(Pakto::IntfId())) << "the schema's init ran at construction";
 }
 
+TEST(Entity, ARefHoldsItsTargetUntilItsHolderGoes) {
+   auto target = rootFactory("target");
+   const uint32_t refs = target->refCount();
+   {
+      auto holder = rootFactory("holder");
+      holder->peerIs(target);
+      EXPECT_EQ(holder->attr("peer").text(), "'target'");
+      EXPECT_EQ(target->refCount(), refs + 1);
+   }
+   EXPECT_EQ(target->refCount(), refs) << "the holder let go of its reference";
+}
+
 TEST(Reactor, LifetimeAndActivity) {
    Recorder outlives;
    {

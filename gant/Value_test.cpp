@@ -150,6 +150,21 @@ TEST(ValueType, EnumServices) {
    EXPECT_EQ(Root::ModeInstance("on"), Root::Mode::on);
 }
 
+// Tools find enumerations by full name, nested ones included.
+TEST(ValueType, EnumerationsAreRegisteredByFullName) {
+   for (const auto& [type, member, value] :
+        {std::tuple{"Gant::Sample::Color", "blue", 7u}, std::tuple{"Gant::Sample::Root::Mode", "on", 1u}}) {
+      SCOPED_TRACE(type);
+      const Gant::TypeInfo* t = Gant::TypeRegistry::find(type);
+      ASSERT_TRUE(t && t->enumInfo);
+      EXPECT_STREQ(t->enumInfo->typeName, type);
+      uint32_t v = 0;
+      EXPECT_TRUE(t->enumInfo->valueOf(member, v));
+      EXPECT_EQ(v, value);
+      EXPECT_EQ(t->factory, nullptr);
+   }
+}
+
 TEST(ValueTypeDeathTest, HoldingACollectionHasNoTextConstructor) {
    Bag b;
    b.membersIs(4);
