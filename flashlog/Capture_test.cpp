@@ -6,20 +6,13 @@
 
 namespace {
 
-struct OifSet {
-   void handleInitialized() {
-      static Flashlog::Handle& trace = Flashlog::handle("FlashlogTest.Capture");
-      FLASHLOG(trace, 9, "void MrouteLib::OifSet::handleInitialized()");
-      FLASHLOG(trace, 8, "oifs ", 3);
-   }
-};
-
 TEST(FlashlogCapture, CollectsExactTextsOfItsHandlesAndLevels) {
+   Flashlog::Handle& trace = Flashlog::handle("FlashlogTest.Capture");
    Flashlog::Handle& other = Flashlog::handle("FlashlogTest.Capture.other");
-   OifSet oifSet;
    {
       Flashlog::Capture capture("FlashlogTest.Capture=9");
-      oifSet.handleInitialized();
+      FLASHLOG(trace, 9, "void MrouteLib::OifSet::handleInitialized()");
+      FLASHLOG(trace, 8, "oifs ", 3);
       FLASHLOG(other, 0, "not captured: level off");
       EXPECT_EQ(capture.lines(), (std::vector<std::string>{
                                      "void MrouteLib::OifSet::handleInitialized()", "oifs 3"}));
@@ -27,7 +20,7 @@ TEST(FlashlogCapture, CollectsExactTextsOfItsHandlesAndLevels) {
       capture.clear();
       EXPECT_TRUE(capture.lines().empty());
    }
-   EXPECT_FALSE(Flashlog::handle("FlashlogTest.Capture").enabled(0));
+   EXPECT_FALSE(trace.enabled(0));
 }
 
 TEST(FlashlogCapture, NestedCapturesSeeOnlyWhatTheyAskedFor) {

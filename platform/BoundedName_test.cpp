@@ -54,15 +54,11 @@ TEST(VrfName, HundredBytesFitAndOneMoreIsRefusedWithItsText) {
 
 TEST(VrfName, ConvertsFromStringsAndComparesWithThem) {
    VrfName v = "red";
-   VrfName w = std::string("red");
-   EXPECT_EQ(v, w);
+   EXPECT_EQ(v, VrfName(std::string("red")));
    EXPECT_TRUE(v == "red");
    EXPECT_TRUE(VrfName() < "a");
    EXPECT_EQ(v.str(), "red");
-   EXPECT_EQ(v.view(), "red");
-   EXPECT_TRUE(VrfName().empty());
    EXPECT_EQ(L3::defaultVrfName().view(), "default");
-   EXPECT_EQ(VrfName::defaultVrf(), L3::defaultVrfName());
    std::ostringstream os;
    os << v;
    EXPECT_EQ(os.str(), "'red'");
