@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <tuple>
 #include <sstream>
 
 namespace {
@@ -118,6 +119,18 @@ INSTANTIATE_TYPED_TEST_SUITE_P(IpGenPrefix, ValueContract, ::testing::Types<IpGe
 } // namespace Gant::Test
 
 namespace {
+
+// The family's table is written by hand: each name is the number the logs carry.
+TEST(AddressFamily, NamesAndNumbers) {
+   for (const auto& [af, number, text] : {std::tuple{AddressFamily::ipunknown, 0, "'ipunknown'"},
+                                         std::tuple{Pakto::ipv4(), 1, "'ipv4'"}, std::tuple{Pakto::ipv6(), 2, "'ipv6'"}}) {
+      EXPECT_EQ(Gant::toText(af), text);
+      EXPECT_EQ(Gant::fromText<AddressFamily>(text), af);
+      EXPECT_EQ(Gant::toLog(af), Gant::Test::bytes({0, 0, 0, number}));
+   }
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([] { Gant::fromLog<AddressFamily>(Gant::Test::bytes({0, 0, 0, 3})); }),
+             "Pakto::AddressFamily value 3 not allowed");
+}
 
 TEST(IpGenAddr, IPv4SitsInTheFirstFourBytesInNetworkOrder) {
    IpGenAddr a = v4(0x0a000102);
