@@ -31,10 +31,6 @@ constexpr uid_t kNobody = 65534;
 // The one place the refusal's text is checked; the table tests count refusals.
 const char* const kRefused = "refused: too many readers";
 
-std::string testPath(const std::string& what) {
-   return "/dev/shm/mcastfib-wake-" + what + "-" + std::to_string(::getpid());
-}
-
 // A reader's wake client and what it was told.
 struct Reader {
    int wakes = 0, gone = 0;
@@ -45,10 +41,20 @@ struct Reader {
                 [this](const std::string& why) { refusals.push_back(why); }) {}
 };
 
-TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
+// Each test's loop and socket path, and the count of changes its writer made.
+struct PondWakeServer : ::testing::Test {
    Loop::EpollLoop loop;
-   const std::string path = testPath("cap");
+   const std::string path = "/dev/shm/mcastfib-wake-" +
+                            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "-" +
+                            std::to_string(::getpid());
    uint32_t changes = 0;
+   void change(WakeServer& server) {
+      ++changes;
+      server.changed();
+   }
+};
+
+TEST_F(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
    WakeServer server(path, 0600, loop, [&] { return changes; }, 8);
    // Twelve readers that ack at once, before the writer has even accepted
    // them, and a flood of bare connections behind them.
@@ -80,8 +86,7 @@ TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
       ::close(fd);
    }
 
-   ++changes;
-   server.changed();
+   change(server);
    loop.runUntil([&] { return readers[7]->wakes == 1; }, 5);
    for (std::size_t i = 0; i < readers.size(); ++i) EXPECT_EQ(readers[i]->wakes, i < 8 ? 1 : 0) << i;
 
@@ -91,8 +96,7 @@ TEST(PondWakeServer, ReadersBeyondTheCapAreToldSoAndClosed) {
    ASSERT_TRUE(readers[8]->client.connect());
    readers[8]->client.ack(changes);
    loop.runUntil([&] { return *server.armedCount() == 1; }, 5);
-   ++changes;
-   server.changed();
+   change(server);
    EXPECT_TRUE(loop.runUntil([&] { return readers[8]->wakes == 1; }, 5));
    EXPECT_EQ(readers[8]->refusals.size(), 1u);
    EXPECT_EQ(readers[0]->gone, 0) << "disconnect() is not the writer's death";
@@ -110,10 +114,7 @@ struct CountingCalls : Sys::Calls {
    }
 };
 
-TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
-   Loop::EpollLoop loop;
-   const std::string path = testPath("emfile");
-   uint32_t changes = 0;
+TEST_F(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
    WakeServer server(path, 0600, loop, [&] { return changes; });
    CountingCalls counting;
    Sys::ScopedCalls scope(counting);
@@ -140,8 +141,7 @@ TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
    int pauseTraces = 0;
    for (const std::string& line : capture.lines()) pauseTraces += line.starts_with("cannot accept");
    EXPECT_EQ(pauseTraces, 1) << "traced once, not at every try";
-   ++changes;
-   server.changed();
+   change(server);
    EXPECT_TRUE(loop.runUntil([&] { return readers[0]->wakes + readers[1]->wakes + readers[2]->wakes == 3; }, 5));
    for (auto& r : readers) {
       ASSERT_TRUE(r->client.peerCredentials(uid, pid));
@@ -150,10 +150,8 @@ TEST(PondWakeServer, OutOfDescriptorsItRestsThenTakesTheWaitingReaders) {
    }
 }
 
-TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
+TEST_F(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to give files to another uid";
-   Loop::EpollLoop loop;
-   const std::string path = testPath("impostor");
    const auto serve = [](const std::string& at, Loop::EpollLoop& l) {
       WakeServer server(at, 0600, l, [] { return 0u; });
    };
@@ -207,10 +205,7 @@ TEST(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    ::rmdir(dir);
 }
 
-TEST(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgain) {
-   Loop::EpollLoop loop;
-   const std::string path = testPath("removed");
-   uint32_t changes = 0;
+TEST_F(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgain) {
    WakeServer server(path, 0600, loop, [&] { return changes; });
    Reader first(path, loop);
    ASSERT_TRUE(first.client.connect());
@@ -224,8 +219,7 @@ TEST(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgain) {
       first.client.ack(changes);
       later.client.ack(changes);
       loop.runUntil([&] { return *server.armedCount() == 2; }, 5);
-      ++changes;
-      server.changed();
+      change(server);
       EXPECT_TRUE(loop.runUntil([&] { return later.wakes == 1; }, 5));
       EXPECT_TRUE(first.client.connected()) << "a reader of the old socket stays";
       later.client.disconnect();
@@ -234,9 +228,7 @@ TEST(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgain) {
    EXPECT_EQ(first.wakes, 2);
 }
 
-TEST(PondWakeServer, AGoingWriterRemovesOnlyItsOwnSocket) {
-   Loop::EpollLoop loop;
-   const std::string path = testPath("successor");
+TEST_F(PondWakeServer, AGoingWriterRemovesOnlyItsOwnSocket) {
    {
       WakeServer server(path, 0600, loop, [] { return 0u; });
       ASSERT_EQ(::unlink(path.c_str()), 0);
