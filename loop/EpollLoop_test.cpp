@@ -33,8 +33,7 @@ void drain(const Sys::Fd& fd) {
 }
 
 // Sees what the real epoll_wait returned, to know two events came in one batch.
-class EpollWaitSpy : public Sys::Calls {
- public:
+struct EpollWaitSpy : Sys::Calls {
    Sys::Result epoll_wait(int epfd, epoll_event* events, int maxEvents, int timeoutMs) override {
       Sys::Result r = Sys::Calls::epoll_wait(epfd, events, maxEvents, timeoutMs);
       batches.push_back(r.value);
@@ -183,8 +182,7 @@ TEST(LoopEpollLoop, RunUntilTimesOutHonestly) {
    EXPECT_TRUE(loop.runUntil([&] { return done; }, 5.0));
 }
 
-class NoDescriptorsLeft : public Sys::Calls {
- public:
+struct NoDescriptorsLeft : Sys::Calls {
    Sys::Result epoll_create1(int) override { return {-1, EMFILE}; }
 };
 

@@ -33,13 +33,10 @@ TEST(SysCalls, RealCallsReportValueOrErrno) {
              (Sys::Result{-1, EBADF}));
 }
 
-class FixedPid : public Sys::Calls {
- public:
-   explicit FixedPid(long pid) : pid_(pid) {}
-   Sys::Result getpid() override { return {pid_, 0}; }
-
- private:
-   long pid_;
+struct FixedPid : Sys::Calls {
+   long pid;
+   explicit FixedPid(long p) : pid(p) {}
+   Sys::Result getpid() override { return {pid, 0}; }
 };
 
 TEST(SysCalls, ScopedCallsInstallsAndRestoresNested) {
@@ -87,8 +84,7 @@ TEST(SysCalls, RetryEintrRetriesOnlyInterruptions) {
    EXPECT_EQ(attempts, 1);
 }
 
-class CloseRecorder : public Sys::Calls {
- public:
+struct CloseRecorder : Sys::Calls {
    Sys::Result close(int fd) override {
       closed.push_back(fd);
       return {0, 0};
