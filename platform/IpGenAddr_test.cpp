@@ -122,13 +122,16 @@ namespace {
 
 // The family's table is written by hand: each name is the number the logs carry.
 TEST(AddressFamily, NamesAndNumbers) {
-   for (const auto& [af, number, text] : {std::tuple{AddressFamily::ipunknown, 0, "'ipunknown'"},
-                                         std::tuple{Pakto::ipv4(), 1, "'ipv4'"}, std::tuple{Pakto::ipv6(), 2, "'ipv6'"}}) {
+   using Case = std::tuple<AddressFamily, int, const char*>;
+   for (const auto& [af, number, text] :
+        {Case{AddressFamily::ipunknown, 0, "'ipunknown'"}, Case{Pakto::ipv4(), 1, "'ipv4'"},
+         Case{Pakto::ipv6(), 2, "'ipv6'"}}) {
       EXPECT_EQ(Gant::toText(af), text);
       EXPECT_EQ(Gant::fromText<AddressFamily>(text), af);
       EXPECT_EQ(Gant::toLog(af), Gant::Test::bytes({0, 0, 0, number}));
    }
-   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([] { Gant::fromLog<AddressFamily>(Gant::Test::bytes({0, 0, 0, 3})); }),
+   const std::string three = Gant::Test::bytes({0, 0, 0, 3});
+   EXPECT_EQ(Gant::Test::thrown<Gant::RangeError>([&] { Gant::fromLog<AddressFamily>(three); }),
              "Pakto::AddressFamily value 3 not allowed");
 }
 
