@@ -266,7 +266,7 @@ TEST_F(MfibProcesses, RandomStartsKillsAndWithdrawalsEndInTheIndependentMerge) {
       }
    }
    if (stress) std::printf("%d rounds\n", round);
-   for (const char* what : {"started", "killed", "withdrew", "restarted after a kill", "reader restarted"})
+   for (const char* what : {"started", "killed", "withdrew", "restarted after a kill", "removed after a kill", "reader restarted"})
       EXPECT_GT(done[what], 0) << "never " << what;
 }
 
