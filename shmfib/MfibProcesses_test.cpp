@@ -5,10 +5,10 @@
 // for N seconds instead of 24. And a producer whose table is damaged: it is
 // reported, and the other producers' routes are still merged.
 #include "flashlog/Capture.h"
-#include "pond/testlib/Fixture.h"
 #include "shmfib/DirCleanup.h"
 #include "shmfib/MfibProducer.h"
 #include "shmfib/MfibReader.h"
+#include "shmfib/testlib/Tables.h"
 
 #include <gtest/gtest.h>
 
@@ -33,10 +33,7 @@ constexpr int kApps = 3, kKeys = 10, kReaders = 2;
 const char* const apps[kApps] = {"low", "mid", "high"}; // priorities 1, 2, 3
 const L3::VrfName vrfs[] = {L3::VrfName("default"), L3::VrfName("red")};
 
-IpGenRouteKey key(uint32_t n) {
-   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
-                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
-}
+constexpr auto key = Test::sg;
 
 // What a producer writes: per VRF and key, the number of its iif.
 using Content = std::map<std::pair<int, uint32_t>, int>;
