@@ -59,14 +59,6 @@ TEST_F(MfibDirTest, TheWriterKeepsTablesAndDirectoryInStep) {
                                        "Added url " + url("pim", L3::defaultVrfName()) + " into mfibDir collection",
                                        "Unmounted " + url("pim", L3::defaultVrfName()),
                                        "Deleted Ponded directory collection for vrf default"}));
-   struct Count : MfibDirColl::Reactor {
-      using MfibDirColl::Reactor::Reactor;
-      int urls = 0;
-      void onPondUrl() override { ++urls; }
-   } count(mfibDir->dirColl(L3::defaultVrfName()).ptr());
-   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
-   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
-   EXPECT_EQ(count.urls, 1) << "the same url twice notifies once";
 }
 
 TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
