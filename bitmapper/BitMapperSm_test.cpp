@@ -55,15 +55,6 @@ struct Allocator : Pond::Test::TableTest {
    }
 };
 
-TEST(BitIndex, NullAndInvalidAreDifferentTests) {
-   EXPECT_TRUE(BitIndex::null().isNull());
-   EXPECT_TRUE(BitIndex::null().isValid());
-   EXPECT_FALSE(BitIndex::invalid().isValid());
-   EXPECT_FALSE(BitIndex::invalid().isNull());
-   EXPECT_EQ(BitIndex().value(), 0xFFFF);
-   EXPECT_TRUE(BitIndex(7).isValid() && !BitIndex(7).isNull());
-}
-
 // Scripts of requests. After each step, the key's index in Status: an
 // index, `waits` (0xFFFE) or `none`; 'h' and 'n' check the holders and the
 // new-mapping flag of the key's row.

@@ -1,19 +1,12 @@
 // The MFIB directory: a producer's writer keeping its tables and directory
-// in step, a reader's mounting machine following producers' directories,
-// and both across real processes.
+// in step, and a reader's mounting machine following producers'
+// directories. Across processes: MfibProcesses_test.
 #include "flashlog/Capture.h"
 #include "pond/testlib/Fixture.h"
-#include "shmfib/DirCleanup.h"
-#include "shmfib/DirMirror.h"
-#include "shmfib/DirPublisher.h"
 #include "shmfib/MfibDirSm.h"
 #include "shmfib/MfibDirWriter.h"
 
 #include <gtest/gtest.h>
-
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -21,11 +14,6 @@ using namespace Pond::Multicast::Fib;
 using Pakto::AddressFamily;
 
 const L3::VrfName red("red");
-
-IpGenRouteKey sg(uint32_t n) {
-   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
-                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
-}
 
 std::string url(const std::string& app, const L3::VrfName& vrf = red) {
    return Status::mountPath(AddressFamily::ipv4, vrf, app);
@@ -71,14 +59,6 @@ TEST_F(MfibDirTest, TheWriterKeepsTablesAndDirectoryInStep) {
                                        "Added url " + url("pim", L3::defaultVrfName()) + " into mfibDir collection",
                                        "Unmounted " + url("pim", L3::defaultVrfName()),
                                        "Deleted Ponded directory collection for vrf default"}));
-   struct Count : MfibDirColl::Reactor {
-      using MfibDirColl::Reactor::Reactor;
-      int urls = 0;
-      void onPondUrl() override { ++urls; }
-   } count(mfibDir->dirColl(L3::defaultVrfName()).ptr());
-   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
-   mfibDir->dirColl(L3::defaultVrfName())->pondUrlIs("x");
-   EXPECT_EQ(count.urls, 1) << "the same url twice notifies once";
 }
 
 TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
@@ -118,59 +98,6 @@ TEST_F(MfibDirTest, TheMountingMachineFollowsProducersDirectories) {
    ASSERT_LE(at + 3, lines.end());
    EXPECT_EQ(at[1], " bitMapper pim");
    EXPECT_TRUE(at[2].starts_with(" ptr: 0x")) << at[2];
-}
-
-// Producers in processes of their own, a reader merging them.
-pid_t producer(const std::string& app, uint8_t priority, const Pond::Options& options, int ready) {
-   const pid_t pid = ::fork();
-   if (pid != 0) return pid;
-   Loop::EpollLoop loop;
-   auto dir = Hive::dirFactory("fib");
-   auto mfibDir = mfibDirFactory(Gant::Name(app));
-   MfibDirWriter writer(app, dir, mfibDir, &loop, options);
-   writer.handleInitialized();
-   MfibDirPublisher publisher(AddressFamily::ipv4, app, mfibDir, &loop, options);
-   auto table = writer.doAddPond(red, url(app));
-   Route r(sg(1));
-   r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(priority)));
-   r.routePriorityIs(priority);
-   table->routeIs(r);
-   (void)!::write(ready, "r", 1);
-   loop.runUntil([] { return false; }, 60);
-   ::_exit(0);
-}
-
-TEST_F(MfibDirTest, ReadersMergeProducersOfOtherProcesses) {
-   int ready[2];
-   ASSERT_EQ(::pipe(ready), 0);
-   paths = {url("static"), url("pim"), url("static", L3::defaultVrfName()), url("pim", L3::defaultVrfName()),
-            MfibDirTable::mountPath(AddressFamily::ipv4, "static"), MfibDirTable::mountPath(AddressFamily::ipv4, "pim")};
-   Pond::Test::KillOnExit staticP{producer("static", 1, options, ready[1])};
-   const pid_t pim = producer("pim", 2, options, ready[1]);
-   char c;
-   ASSERT_EQ(::read(ready[0], &c, 1), 1);
-   ASSERT_EQ(::read(ready[0], &c, 1), 1);
-
-   auto watched = Hive::dirFactory("fib");
-   MfibDirMirror mirror(AddressFamily::ipv4, watched, loop, options);
-   auto pondDir = mfibPondDirFactory(Gant::Name("reader"));
-   auto sm = mfibDirSmFactory(watched, pondDir, loop, options);
-   auto inForce = [&] {
-      auto coll = pondDir->pondColl(red);
-      return coll ? coll->route(sg(1)).iif() : Pakto::IntfId();
-   };
-   loop.runUntil([&] { return inForce() == Pakto::IntfId("Ethernet2"); }, 5);
-   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet2")) << "pim's priority 2 wins";
-
-   ::kill(pim, SIGKILL);
-   ::waitpid(pim, nullptr, 0);
-   loop.runUntil([&] { return !mirror.producers()->live("pim"); }, 5);
-   EXPECT_FALSE(mirror.producers()->live("pim"));
-   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet2")) << "a stale producer's routes stay in force";
-
-   removeDeadProducer(AddressFamily::ipv4, "pim", options);
-   loop.runUntil([&] { return inForce() == Pakto::IntfId("Ethernet1"); }, 5);
-   EXPECT_EQ(inForce(), Pakto::IntfId("Ethernet1")) << "the next producer takes over";
 }
 
 } // namespace

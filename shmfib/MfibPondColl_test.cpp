@@ -1,8 +1,8 @@
 // Several producers' tables of one VRF merged by route priority.
 #include "shmfib/MfibPondColl.h"
 #include "shmfib/MfibPondDir.h"
+#include "shmfib/testlib/Tables.h"
 #include "flashlog/Capture.h"
-#include "pond/testlib/Fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,18 +12,8 @@
 namespace {
 
 using namespace Pond::Multicast::Fib;
-
-IpGenRouteKey sg(uint32_t n) {
-   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
-                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
-}
-
-Route routeOf(uint32_t n, uint8_t priority) {
-   Route r(sg(n));
-   r.iifIs(Pakto::IntfId("Ethernet" + std::to_string(n)));
-   r.routePriorityIs(priority);
-   return r;
-}
+using Test::routeOf;
+using Test::sg;
 
 std::string text(const void* p) {
    std::ostringstream s;
@@ -31,27 +21,11 @@ std::string text(const void* p) {
    return s.str();
 }
 
-struct Producers : ::testing::Test {
-   Pond::Options options = Pond::Test::uniqueOptions();
-   std::vector<Gant::Ptr<Status>> tables;
-   Gant::Ptr<MfibPondColl> coll = mfibPondCollFactory(L3::VrfName("red"));
-
-   Status* table(std::size_t i) {
-      while (tables.size() <= i) {
-         auto t = statusFactory("p" + std::to_string(tables.size()));
-         t->openWriter("routing/multicast/routestatus/red/p" + std::to_string(tables.size()), nullptr, options);
-         coll->pondPtrIs(t.ptr(), Gant::PtrConst<Status>(t.ptr()));
-         tables.push_back(t);
-      }
-      return tables[i].ptr();
-   }
-   void TearDown() override {
-      for (auto& t : tables) t->tableWriter()->unlink();
-   }
-};
+using Producers = Test::Tables;
 
 TEST_F(Producers, TheHighestPriorityIsInForce) {
    Status *t0 = table(0), *t1 = table(1), *t2 = table(2);
+   enter(t0), enter(t1), enter(t2);
    t0->routeIs(routeOf(1, 1));
    t1->routeIs(routeOf(1, 2));
    t0->routeIs(Route(sg(2))); // every attribute at its default: absent
@@ -87,6 +61,7 @@ TEST_F(Producers, TheHighestPriorityIsInForce) {
 
 TEST_F(Producers, TheMergedWalkTracesWhyAnEntryLoses) {
    Status *t0 = table(0), *t1 = table(1);
+   enter(t0), enter(t1);
    t0->routeIs(routeOf(1, 1));
    t1->routeIs(routeOf(1, 2));
    Flashlog::Capture capture("MfibPondCollRouteIterator=8");

@@ -1,47 +1,20 @@
 // Ordered indexes over the merged view and over one table, kept from the
 // tables' notifications.
 #include "flashlog/Capture.h"
-#include "pond/testlib/Fixture.h"
 #include "shmfib/OrderRouteSm.h"
+#include "shmfib/testlib/Tables.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace Pond::Multicast::Fib;
+using Test::routeOf;
+using Test::sg;
 
-IpGenRouteKey sg(uint32_t n) {
-   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + n), 32),
-                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
-}
-
-Route routeOf(uint32_t n, uint8_t priority, uint32_t version = 0) {
-   Route r(sg(n));
-   r.iifIs(Pakto::IntfId("Ethernet1"));
-   r.routePriorityIs(priority);
-   r.versionIs(version);
-   return r;
-}
-
-struct Ordering : ::testing::Test {
-   Pond::Options options = Pond::Test::uniqueOptions();
-   std::vector<Gant::Ptr<Status>> tables;
-   Gant::Ptr<MfibPondColl> coll = mfibPondCollFactory(L3::VrfName("red"));
+struct Ordering : Test::Tables {
    Gant::Ptr<RouteOrderedCollection> ordered = routeOrderedCollectionFactory("ordered");
-
-   Status* table(std::size_t i) {
-      while (tables.size() <= i) {
-         auto t = statusFactory("p" + std::to_string(tables.size()));
-         t->openWriter("routing/multicast/routestatus/red/p" + std::to_string(tables.size()), nullptr, options);
-         tables.push_back(t);
-      }
-      return tables[i].ptr();
-   }
-   void enter(Status* t) { coll->pondPtrIs(t, Gant::PtrConst<Status>(t)); }
    std::map<IpGenRouteKey, const Status*> view() const { return {ordered->route().begin(), ordered->route().end()}; }
-   void TearDown() override {
-      for (auto& t : tables) t->tableWriter()->unlink();
-   }
 };
 
 TEST_F(Ordering, TheMergedViewInKeyOrderWithTheTableInForce) {

@@ -1,8 +1,8 @@
 // The route table as an entity over shared memory: a producer's writer
 // entity and an agent's reader entity of the same table.
 #include "loop/EpollLoop.h"
-#include "pond/testlib/Fixture.h"
 #include "shmfib/RouteTable.h"
+#include "shmfib/testlib/Tables.h"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +10,7 @@ namespace {
 
 using namespace Pond::Multicast::Fib;
 using Routing::Multicast::Fib::IpGenRouteKey;
-
-IpGenRouteKey sg(uint32_t source) {
-   return Routing::Multicast::Fib::makeRouteKeyMroute(Pakto::Prefix(Pakto::IpAddr::fromHost(0x0a000000 + source), 32),
-                                                      Gant::fromText<Pakto::Prefix>("239.1.1.1/32"));
-}
+using Test::sg;
 
 struct Watch : Status::Reactor {
    using Status::Reactor::Reactor;

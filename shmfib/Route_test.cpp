@@ -1,9 +1,9 @@
 #include "shmfib/Route.h"
 #include "gant/testlib/ValueContract.h"
 
-#include "gant/testlib/Thrown.h"
-
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 namespace {
 
@@ -55,14 +55,9 @@ TEST(ShmRoute, OifSetOperations) {
    EXPECT_EQ(r.oifBitmap(0), 1u);
    r.oifBitmapIs(7, 0x8000000000000000ull);
    EXPECT_TRUE(r.oif(511));
-   EXPECT_EQ(r.oifBitmapDel(7), 0x8000000000000000ull);
-   EXPECT_EQ(r.oifBitmap8(), 0u);
+   EXPECT_FALSE(r.oif(OifIndex::null()));
    for (unsigned w = 0; w < 4; ++w) r.oifBitmapIs(w, ~uint64_t(0));
-   EXPECT_EQ(r.oifs(), 0) << "256 interfaces count as 0 in 8 bits";
-   r.oifIs(300, true);
-   EXPECT_EQ(r.oifs(), 1);
-   EXPECT_THROW(OifIndex(513), Gant::RangeError);
-   EXPECT_EQ(OifIndex(512), OifIndex::null());
+   EXPECT_EQ(r.oifs(), 1) << "256 interfaces and bit 511: 257 count as 1 in 8 bits";
 }
 
 TEST(ShmRoute, StarGAndBidir) {

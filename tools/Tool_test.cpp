@@ -143,46 +143,50 @@ void serve(const Pond::Options& options, const std::string& path, int commands, 
    loop.runUntil([&] { return done; }, 60);
 }
 
-std::string readLine(int fd) {
-   std::string line;
-   for (char c; line.empty() || line.back() != '\n';) {
-      pollfd p{fd, POLLIN, 0};
-      if (::poll(&p, 1, 10000) != 1 || ::read(fd, &c, 1) != 1) break;
-      line += c;
-   }
-   return line;
-}
-
-// `mcastfib table watch SEGMENT` with its output on a pipe, once it has
-// printed its dump.
-struct Watcher {
+// A tool process whose standard input is ours to write and whose output we
+// read as it comes.
+struct Piped {
    pid_t pid = -1;
-   int fd = -1;
-   std::string dump;
-   explicit Watcher(const std::string& segment) {
-      int out[2];
-      EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+   int in = -1, out = -1;
+   explicit Piped(const std::string& words) {
+      ::signal(SIGPIPE, SIG_IGN); // a tool that has exited fails our writes, not us
+      int i[2], o[2];
+      if (::pipe2(i, O_CLOEXEC) != 0 || ::pipe2(o, O_CLOEXEC) != 0) return;
+      const std::string script = "exec \"$0\" " + words;
       pid = ::fork();
       if (pid == 0) {
-         ::dup2(out[1], 1);
-         ::execl(tool.c_str(), tool.c_str(), "table", "watch", segment.c_str(), nullptr);
+         ::dup2(i[0], 0), ::dup2(o[1], 1);
+         ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
          ::_exit(127);
       }
-      ::close(out[1]);
-      fd = out[0];
-      for (std::string line = "-"; !line.empty() && !dump.ends_with("(capacity 1024)\n"); dump += line)
-         line = readLine(fd);
+      ::close(i[0]), ::close(o[1]);
+      in = i[1], out = o[0];
    }
-   // Its wait status, once it has ended.
-   int end() {
+   ~Piped() {
+      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+      if (in >= 0) ::close(in);
+      ::close(out);
+   }
+   void write(const std::string& text) { ASSERT_EQ(::write(in, text.data(), text.size()), ssize_t(text.size())); }
+   // Output until it holds `part`, or 5 s.
+   std::string readUntil(const std::string& part) {
+      for (pollfd p{out, POLLIN, 0}; seen.find(part) == std::string::npos && ::poll(&p, 1, 5000) == 1;) {
+         char buf[4096];
+         const ssize_t n = ::read(out, buf, sizeof buf);
+         if (n <= 0) break;
+         seen.append(buf, std::size_t(n));
+      }
+      return seen;
+   }
+   int endInput() {
+      ::close(in);
+      in = -1;
       int status = 0;
-      ::waitpid(std::exchange(pid, 0), &status, 0);
+      ::waitpid(pid, &status, 0);
+      pid = -1;
       return status;
    }
-   ~Watcher() {
-      ::close(fd);
-      if (pid > 0) ::kill(pid, SIGKILL), end();
-   }
+   std::string seen;
 };
 
 TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
@@ -216,18 +220,21 @@ TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
 
    // watch: the same dump, then each change as it happens, until the writer
    // goes; or until a signal, which ends it as the signal would.
-   Watcher follows(segment), interrupted(segment);
-   for (Watcher* w : {&follows, &interrupted}) EXPECT_TRUE(has(w->dump, writerLine));
+   const std::string dumped = "(capacity 1024)\n", gone = "writer pid " + std::to_string(pid) + " gone\n";
+   Piped follows("table watch " + segment), interrupted("table watch " + segment);
+   for (Piped* w : {&follows, &interrupted}) EXPECT_TRUE(has(w->readUntil(dumped), writerLine));
    ::kill(interrupted.pid, SIGTERM);
-   int status = interrupted.end();
+   int status = interrupted.endInput();
    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
    ASSERT_EQ(::write(commands[1], "c", 1), 1);
-   EXPECT_EQ(readLine(follows.fd), "route changed (10.0.0.1,239.1.1.1) {'iif': Ethernet2}\n");
-   EXPECT_EQ(readLine(follows.fd), "route removed (*,239.1.1.2)\n");
-   EXPECT_EQ(readLine(follows.fd), "route added (10.0.0.3,239.1.1.3) {'iif': Ethernet3}\n");
+   follows.readUntil("Ethernet3}\n");
    ASSERT_EQ(::write(commands[1], "q", 1), 1);
-   EXPECT_EQ(readLine(follows.fd), "writer pid " + std::to_string(pid) + " gone\n");
-   status = follows.end();
+   const std::string watched = follows.readUntil(gone);
+   EXPECT_EQ(watched.substr(watched.find(dumped) + dumped.size()),
+             "route changed (10.0.0.1,239.1.1.1) {'iif': Ethernet2}\n"
+             "route removed (*,239.1.1.2)\n"
+             "route added (10.0.0.3,239.1.1.3) {'iif': Ethernet3}\n" + gone);
+   status = follows.endInput();
    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
    // The segment outlives its writer, and says so.
@@ -304,56 +311,7 @@ TEST(ToolBitmap, ShowsHeldIndexesAndWaitingKeysOfAnotherProcess) {
                     "       Vlan100 2001:db8::1                     2\n");
 }
 
-} // namespace
-
-
 // ---- the MFIB across processes -----------------------------------------------
-
-// A tool process whose standard input is ours to write and whose output we
-// read as it comes.
-struct Piped {
-   pid_t pid = -1;
-   int in = -1, out = -1;
-   explicit Piped(const std::string& words) {
-      ::signal(SIGPIPE, SIG_IGN); // a tool that has exited fails our writes, not us
-      int i[2], o[2];
-      if (::pipe2(i, O_CLOEXEC) != 0 || ::pipe2(o, O_CLOEXEC) != 0) return;
-      const std::string script = "exec \"$0\" " + words;
-      pid = ::fork();
-      if (pid == 0) {
-         ::dup2(i[0], 0), ::dup2(o[1], 1);
-         ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
-         ::_exit(127);
-      }
-      ::close(i[0]), ::close(o[1]);
-      in = i[1], out = o[0];
-   }
-   ~Piped() {
-      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
-      if (in >= 0) ::close(in);
-      ::close(out);
-   }
-   void write(const std::string& text) { ASSERT_EQ(::write(in, text.data(), text.size()), ssize_t(text.size())); }
-   // Output until it holds `part`, or 5 s.
-   std::string readUntil(const std::string& part) {
-      for (pollfd p{out, POLLIN, 0}; seen.find(part) == std::string::npos && ::poll(&p, 1, 5000) == 1;) {
-         char buf[4096];
-         const ssize_t n = ::read(out, buf, sizeof buf);
-         if (n <= 0) break;
-         seen.append(buf, std::size_t(n));
-      }
-      return seen;
-   }
-   int endInput() {
-      ::close(in);
-      in = -1;
-      int status = 0;
-      ::waitpid(pid, &status, 0);
-      pid = -1;
-      return status;
-   }
-   std::string seen;
-};
 
 TEST(ToolMfib, ProduceShowAndWatchAcrossProcesses) {
    const std::string prefix = "--prefix mcastfib-tooltest-" + std::to_string(::getpid());
@@ -387,3 +345,5 @@ TEST(ToolMfib, ProduceShowAndWatchAcrossProcesses) {
    EXPECT_TRUE(has(watch.readUntil("left"), "delete default  (10.0.0.2,239.1.1.1)\nproducer pim left\n"));
    EXPECT_EQ(runTool("show " + prefix).out, "");
 }
+
+} // namespace
