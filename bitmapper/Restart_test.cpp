@@ -1,8 +1,8 @@
 // Indexes survive the allocator's death: an allocator process, killed with
 // SIGKILL at a random point of a burst of requests, round after round; after
-// each kill a new allocator recovers from the table. (That a reader follows
-// a writer killed mid-change is the shared table's own test.)
-// MCASTFIB_STRESS_SECONDS=N keeps killing for N seconds instead of 50 rounds.
+// each kill a new allocator recovers from the table, and a reader process
+// follows the table throughout. MCASTFIB_STRESS_SECONDS=N keeps killing for
+// N seconds instead of 50 rounds.
 #include "bitmapper/BitMapperSm.h"
 #include "pond/testlib/Fixture.h"
 
@@ -78,6 +78,47 @@ struct Allocator {
    }
 }
 
+// Follows the table, building its view of index -> key from the changes it
+// hears. Asked ('c') while no allocator runs, it answers whether that view
+// is the table's ('0'), differs from it ('1') or has a key at two indexes
+// ('2'); told to stop ('x'), it exits 0, or 2 when it heard no change.
+[[noreturn]] void readerProcess(const std::string& path, const Pond::Options& options, int ask, int answer) {
+   struct Follow : PondStatus::Reactor {
+      using PondStatus::Reactor::Reactor;
+      std::map<uint16_t, BitMapperKey> byIndex;
+      uint64_t changes = 0;
+      void onBitIndexMap(const BitIndex& i) override {
+         ++changes;
+         const BitIndexMap row = notifier()->lookupBitIndex(i);
+         if (!row) byIndex.erase(i.value());
+         else byIndex[i.value()] = row.bitMapperKey();
+      }
+   };
+   Loop::EpollLoop loop;
+   auto table = pondStatusFactory(Gant::Name("bitmap"));
+   table->openReader(path, loop, options);
+   Follow follow(table.ptr());
+   bool done = false;
+   Loop::Watch w = loop.watchReadable(ask, [&] {
+      char c = 'x';
+      (void)!::read(ask, &c, 1);
+      if (c != 'c') {
+         done = true;
+         return;
+      }
+      table->tableReader()->poll();
+      std::map<uint16_t, BitMapperKey> rows;
+      table->bitIndexMapForEach([&](const BitIndexMap& r) { rows[r.key().value()] = r.bitMapperKey(); });
+      std::set<BitMapperKey> keys;
+      bool twice = false;
+      for (const auto& [index, k] : follow.byIndex) twice |= !keys.insert(k).second;
+      const char verdict = twice ? '2' : rows != follow.byIndex ? '1' : '0';
+      (void)!::write(answer, &verdict, 1);
+   });
+   loop.runUntil([&] { return done; }, 600);
+   ::_exit(follow.changes == 0 ? 2 : 0);
+}
+
 // After recovery: the rows of before, the pool the rest of the range in
 // increasing order, Status and the table in agreement, one index per key.
 void checkRecovered(const Allocator& a, const std::map<uint16_t, BitMapperKey>& before) {
@@ -115,6 +156,12 @@ TEST(AllocatorRestart, KilledAtRandomPointsItsIndexesStayWithTheirKeys) {
    const std::string path = "bitmapper/restart";
    const char* stress = std::getenv("MCASTFIB_STRESS_SECONDS");
    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(stress ? std::atof(stress) : 0);
+   int ask[2], answer[2];
+   ASSERT_EQ(::pipe(ask), 0);
+   ASSERT_EQ(::pipe(answer), 0);
+   { Allocator created(path, nullptr, options); } // so that the reader mounts it at once
+   const pid_t reader = ::fork();
+   if (reader == 0) readerProcess(path, options, ask[0], answer[1]);
    std::mt19937 rng(20261124);
    uint32_t rounds = 0, waitedAtKill = 0;
    while (rounds < 50 || std::chrono::steady_clock::now() < until) {
@@ -143,10 +190,17 @@ TEST(AllocatorRestart, KilledAtRandomPointsItsIndexesStayWithTheirKeys) {
       SCOPED_TRACE("round " + std::to_string(rounds));
       Allocator recovered(path, nullptr, options);
       checkRecovered(recovered, before);
+      // The dead allocator's last change is closed now: the reader's view is the table's.
+      char verdict = 0;
+      ASSERT_EQ(::write(ask[1], "c", 1), 1);
+      ASSERT_EQ(::read(answer[0], &verdict, 1), 1);
+      EXPECT_EQ(verdict, '0') << "the reader's view: 1 differs from the table, 2 has a key at two indexes";
       if (HasFailure()) break;
    }
    if (stress) std::printf("%u rounds, %u killed while keys waited\n", rounds, waitedAtKill);
    EXPECT_GT(waitedAtKill, 0u) << "some kills came while keys waited";
+   ASSERT_EQ(::write(ask[1], "x", 1), 1);
+   EXPECT_EQ(exitCode(reader), 0) << "2: no change seen";
    Pond::Segment::unlink(Pond::segmentName(options.prefix, path));
 }
 
