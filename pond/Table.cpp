@@ -315,7 +315,9 @@ void TableReader::poll() {
 // The handler's lookups may see changes the cursor has not reached yet: a
 // key stays pending until the cursor passes every change begun before the
 // handler returned, so that a lap of the queue meanwhile delivers it again.
-void TableReader::deliver(std::size_t c, const void* key) {
+// A resync passes its own head: its keys reached by then would only be
+// queued to be dropped at its end.
+void TableReader::deliver(std::size_t c, const void* key, uint32_t reached) {
    handler_.onChange(c, key);
    acquireFence();
    const CollectionMap& m = readers_[c]->map();
@@ -325,7 +327,7 @@ void TableReader::deliver(std::size_t c, const void* key) {
    const QueueEntryHeader* e = m.entry(head);
    const bool begun = (loadAcquire(e->lock) & 1) || loadGuarded(e->sequence) == head;
    const uint32_t until = head + (begun ? 1 : 0);
-   if (newer(until, cursors_[c])) pending_[c].push(until, key);
+   if (newer(until, reached)) pending_[c].push(until, key);
 }
 
 // The segment shrank under the mapping: what was cut off reads as zeros,
@@ -373,7 +375,7 @@ void TableReader::drain(std::size_t c) {
          std::memcpy(&sh.keys[std::size_t(slot) * m.keySize], key, m.keySize);
       }
       cursors_[c] = cursor + 1;
-      deliver(c, key);
+      deliver(c, key, cursors_[c]);
    }
    pending_[c].dropReached(cursors_[c]);
 }
@@ -390,12 +392,12 @@ void TableReader::resync(std::size_t c, Resync kind) {
    // Keys whose handlers may have looked past the cursor: delivered again.
    redeliver_ = KeyRing(m.keySize);
    std::swap(redeliver_, pending_[c]);
-   for (; !redeliver_.empty(); redeliver_.pop()) deliver(c, redeliver_.frontKey());
+   for (; !redeliver_.empty(); redeliver_.pop()) deliver(c, redeliver_.frontKey(), head);
    if (kind == Resync::fresh) {
       // Versions of another segment compare with nothing: every key known
       // before is delivered, and every slot read.
       for (uint32_t i = 0; i < sh.seq.size(); ++i) {
-         if (sh.seq[i] & kSeqLive) deliver(c, &sh.keys[std::size_t(i) * m.keySize]);
+         if (sh.seq[i] & kSeqLive) deliver(c, &sh.keys[std::size_t(i) * m.keySize], head);
          sh.seq[i] = 0;
       }
    }
@@ -436,8 +438,8 @@ void TableReader::resync(std::size_t c, Resync kind) {
       alignas(8) unsigned char gone[kMaxKeySize];
       if (wasLive && (!live || !sameKey)) std::memcpy(gone, old, m.keySize);
       if (live) std::memcpy(old, record.data(), m.keySize);
-      if (wasLive && (!live || !sameKey)) deliver(c, gone);
-      if (live && (!wasLive || !sameKey || oldSeq != seq)) deliver(c, record.data());
+      if (wasLive && (!live || !sameKey)) deliver(c, gone, head);
+      if (live && (!wasLive || !sameKey || oldSeq != seq)) deliver(c, record.data(), head);
    }
    cursors_[c] = head;
    pending_[c].dropReached(head);

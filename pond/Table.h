@@ -147,7 +147,9 @@ class TableReader {
    enum class Resync : uint8_t { inPlace, fresh };
    void resync(std::size_t c, Resync kind);
    void drain(std::size_t c);
-   void deliver(std::size_t c, const void* key);
+   // `reached`: the queue position the cursor is sure to pass once the
+   // caller is done (a resync's own head), below which nothing is kept.
+   void deliver(std::size_t c, const void* key, uint32_t reached);
    void corrupt(const std::string& what);
    void refuse(const std::string& why);
    void truncated();

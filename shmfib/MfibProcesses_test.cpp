@@ -259,6 +259,31 @@ TEST_F(MfibProcesses, RandomStartsKillsAndWithdrawalsEndInTheIndependentMerge) {
       EXPECT_GT(done[what], 0) << "never " << what;
 }
 
+// A table mounted is reported key by key once the ordered index holds
+// what its read changed, never half-way through.
+TEST_F(MfibProcesses, AMountIsReportedWithTheIndexUpToDate) {
+   Loop::EpollLoop loop;
+   MfibProducer high(AddressFamily::ipv4, "high", loop, options), low(AddressFamily::ipv4, "low", loop, options);
+   for (uint32_t k = 0; k < 40; ++k) {
+      Route r(key(k));
+      r.routePriorityIs(RoutePriority(uint8_t(2 + k % 3)));
+      (k % 2 ? high : low).routeIs(vrfs[0], r);
+      r.routePriorityIs(3);
+      if (k % 5 == 0) high.routeIs(vrfs[0], r);
+   }
+   MfibReader reader(AddressFamily::ipv4, loop, options);
+   std::set<IpGenRouteKey> reported;
+   int stale = 0;
+   reader.onRoute = [&](const L3::VrfName& vrf, const IpGenRouteKey& k) {
+      reported.insert(k);
+      if (reader.ordered(vrf)->route(k) != reader.mfibPondDir()->pondColl(vrf)->pondKey(k)) ++stale;
+   };
+   loop.runUntil([&] { return reader.settled() && reader.ordered(vrfs[0]) && reported.size() == 40; }, 5);
+   EXPECT_EQ(reported.size(), 40u);
+   EXPECT_EQ(stale, 0);
+   EXPECT_EQ(reader.ordered(vrfs[0])->routeSize(), 40u);
+}
+
 TEST_F(MfibProcesses, ADamagedTableIsReportedAndTheOthersAreStillMerged) {
    Loop::EpollLoop loop;
    MfibProducer high(AddressFamily::ipv4, "high", loop, options), low(AddressFamily::ipv4, "low", loop, options);

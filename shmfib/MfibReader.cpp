@@ -10,11 +10,19 @@ Flashlog::Handle& trace = Flashlog::handle("Mroute::MfibPond");
 
 // One VRF: its ordered index and the watchers of its tables.
 struct MfibReader::Vrf {
+   // A table's first read is reported once complete, after OrderRouteSm
+   // has weighed it whole.
    struct Table : Status::Reactor {
-      Table(Vrf& v, Status* t) : Status::Reactor(t), vrf(v) {}
-      void onRoute(const IpGenRouteKey& key) override { vrf.changed(key); }
+      Table(Vrf& v, Status* t) : Status::Reactor(t), vrf(v), read(!t->isReader() || t->tableReady()) {}
+      void onRoute(const IpGenRouteKey& key) override {
+         if (read) vrf.changed(key);
+      }
       void onTableStatus() override {
          const Status& t = *notifier();
+         if (!read && t.tableReady()) {
+            read = true;
+            if (vrf.reader.onRoute) t.routeForEach([&](const Route& r) { vrf.changed(r.key()); });
+         }
          // Traced once per damage met, not at every status change after it.
          if (!t.corruption().empty() && t.corruption() != traced) {
             traced = t.corruption();
@@ -24,6 +32,7 @@ struct MfibReader::Vrf {
       }
       Vrf& vrf;
       std::string traced;
+      bool read;
    };
    struct Tables : MfibPondColl::Reactor {
       Tables(Vrf& v, MfibPondColl* c) : MfibPondColl::Reactor(c), vrf(v) {}

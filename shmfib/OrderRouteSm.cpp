@@ -39,15 +39,14 @@ void OrderRouteSm::handleRouteChanged(const IpGenRouteKey& key) {
    apply(key);
 }
 
-void OrderRouteSm::apply(const IpGenRouteKey& key) {
-   Route route;
-   const Status* table = coll_->routeInForce(key, route);
+void OrderRouteSm::apply(const IpGenRouteKey& key, const Status* indexed) {
+   const Status* table = coll_->pondKey(key);
    if (!table) {
       routeTrace("Route entry deleted", key);
       ordered_->routeDel(key);
       return;
    }
-   if (ordered_->route(key) == table) return;
+   if (indexed == table) return;
    routeTrace("Route entry updated", key);
    ordered_->routeIs(key, table);
 }
@@ -69,12 +68,41 @@ void OrderRouteSm::GantMfibPond::handleInitialize() {
       FLASHLOG(trace, 8, "OrderRouteSm Not initialized");
       return;
    }
-   // The walk's own copy of each route is weighed: no second lookup.
-   notifier()->routeForEach([&](const Route& r) {
-      if (!sm.initialized_) return sm.handleRouteChanged(r.key());
-      FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", r.key().pretty(), ")");
-      sm.weigh(notifier(), r.key(), MfibPondColl::counts(r) ? &r : nullptr);
+   sm.weighAll(notifier());
+}
+
+void OrderRouteSm::GantMfibPond::onTableStatus() {
+   if (read || !notifier()->tableReady()) return;
+   read = true;
+   if (sm.initialized_) sm.weighAll(notifier());
+}
+
+// The table's records are read in slot order (one pass through its
+// memory), then weighed in key order: consecutive keys share most of their
+// path through the ordered index, which thus stays in cache.
+void OrderRouteSm::weighAll(const Status* table) {
+   struct Mine {
+      IpGenRouteKey key;
+      std::optional<uint32_t> priority;
+   };
+   std::vector<Mine> mine;
+   mine.reserve(table->routeSlotsUsed());
+   table->routeForEach([&](const Route& r) {
+      mine.push_back({r.key(), MfibPondColl::counts(r) ? std::optional(r.routePriority().value()) : std::nullopt});
    });
+   std::sort(mine.begin(), mine.end(), [](const Mine& a, const Mine& b) { return a.key < b.key; });
+   // The index is walked alongside instead of searched for each key. The
+   // position is moved past a key before the key is weighed: weighing
+   // inserts or removes that key only, which leaves the position valid.
+   const auto& index = ordered_->route();
+   auto at = index.begin();
+   for (const Mine& m : mine) {
+      FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", m.key.pretty(), ")");
+      while (at != index.end() && at->first < m.key) ++at;
+      const Status* inForce = nullptr;
+      if (at != index.end() && at->first == m.key) inForce = (at++)->second;
+      weigh(table, m.key, m.priority, inForce);
+   }
 }
 
 // A change heard from one table: unless that table's route is gone or
@@ -84,15 +112,15 @@ void OrderRouteSm::handleRouteChangedIn(const Status* table, const IpGenRouteKey
    if (!initialized_) return handleRouteChanged(key);
    FLASHLOG(trace, 9, "void Pond::Multicast::Fib::OrderRouteSm::handleRouteChanged(", key.pretty(), ")");
    Route mine;
-   weigh(table, key, MfibPondColl::holds(*table, key, mine) ? &mine : nullptr);
+   weigh(table, key, MfibPondColl::holds(*table, key, mine) ? std::optional(mine.routePriority().value()) : std::nullopt);
 }
 
-void OrderRouteSm::weigh(const Status* table, const IpGenRouteKey& key, const Route* mine) {
-   const Status* inForce = ordered_->route(key);
-   if (!inForce || !mine || mine->routePriority().value() == 0) return apply(key);
+void OrderRouteSm::weigh(const Status* table, const IpGenRouteKey& key, std::optional<uint32_t> mine,
+                         const Status* inForce) {
+   if (!inForce || !mine || *mine == 0) return apply(key, inForce);
    Route theirs;
-   if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return apply(key);
-   const uint32_t a = mine->routePriority().value(), b = theirs.routePriority().value();
+   if (inForce == table || !MfibPondColl::holds(*inForce, key, theirs)) return apply(key, inForce);
+   const uint32_t a = *mine, b = theirs.routePriority().value();
    if (a < b) return;
    if (a == b) {
       // Equal: the table entered first stays.

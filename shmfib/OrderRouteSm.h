@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace Pond::Multicast::Fib {
 
@@ -22,12 +23,19 @@ class OrderRouteSm : public Gant::PtrInterface {
    const Gant::Ptr<RouteOrderedCollection>& routeOrderedCollection() const noexcept { return ordered_; }
 
  private:
-   // One producer table of the collection.
+   // One producer table of the collection. A table's first read (its
+   // mount) is weighed once it is complete, in one pass in key order,
+   // before anything else runs: not key by key as the read delivers them.
    struct GantMfibPond : Status::Reactor {
-      GantMfibPond(OrderRouteSm& sm, Status* t) : Status::Reactor(t), sm(sm) {}
-      void onRoute(const IpGenRouteKey& key) override { sm.handleRouteChangedIn(notifier(), key); }
+      GantMfibPond(OrderRouteSm& sm, Status* t) : Status::Reactor(t), sm(sm), read(!mounting(*t)) {}
+      void onRoute(const IpGenRouteKey& key) override {
+         if (read || !sm.initialized_) sm.handleRouteChangedIn(notifier(), key);
+      }
+      void onTableStatus() override;
       void handleInitialize();
+      static bool mounting(const Status& t) { return t.isReader() && !t.tableReady(); }
       OrderRouteSm& sm;
+      bool read; // false while its first read goes on
    };
    // The collection: tables coming and going.
    struct GantPondColl : MfibPondColl::Reactor {
@@ -38,10 +46,18 @@ class OrderRouteSm : public Gant::PtrInterface {
 
    // handleRouteChanged for a change heard from one table.
    void handleRouteChangedIn(const Status* table, const IpGenRouteKey& key);
-   // The same, given the route the table holds (or its default when absent).
-   void weigh(const Status* table, const IpGenRouteKey& key, const Route* mine);
+   // The same, given the priority of the route the table holds, or none
+   // when the table holds none that counts.
+   void weigh(const Status* table, const IpGenRouteKey& key, std::optional<uint32_t> mine) {
+      weigh(table, key, mine, ordered_->route(key));
+   }
+   // The same, given the table the ordered index has for the key, or null.
+   void weigh(const Status* table, const IpGenRouteKey& key, std::optional<uint32_t> mine, const Status* inForce);
+   // Every route of a table, in key order.
+   void weighAll(const Status* table);
    // Steps 2 and 3 of a change: the key set to its table in force, or deleted.
-   void apply(const IpGenRouteKey& key);
+   void apply(const IpGenRouteKey& key) { apply(key, ordered_->route(key)); }
+   void apply(const IpGenRouteKey& key, const Status* indexed);
    void mfibPondIs(const Status* table);
    void mfibPondDel(const Status* table);
 
