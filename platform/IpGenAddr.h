@@ -56,7 +56,9 @@ class IpGenAddr {
    // IPv4 224.0.0.0/4, IPv6 ff00::/8.
    bool isMulticast() const noexcept;
 
-   bool operator==(const IpGenAddr&) const noexcept = default;
+   // Every byte is part of the value (no padding, reserved bytes compared
+   // too), so the bytes are compared whole rather than member by member.
+   bool operator==(const IpGenAddr& o) const noexcept { return std::memcmp(this, &o, sizeof o) == 0; }
    // By family, then the address bytes (numeric order for either family).
    auto operator<=>(const IpGenAddr&) const noexcept = default;
 

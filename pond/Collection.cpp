@@ -242,6 +242,16 @@ bool CollectionWriter::upsert(const void* record) {
 }
 
 bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t bucket) {
+   const uint32_t slot = takeSlot(bucket);
+   beginChange();
+   writeSlot(slot, record, true);
+   setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
+   storeRelease(m_.header->size, ++size_);
+   enqueue(slot, record);
+   return true;
+}
+
+uint32_t CollectionWriter::takeSlot(uint32_t bucket) {
    if (free_.empty())
       throw FullError(std::string("collection '") + m_.header->name + "' is full (" +
                       std::to_string(m_.capacity) + " records)");
@@ -253,12 +263,7 @@ bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t buck
    free_.pop_front();
    // Published before the slot is written: a reader's walk reaches it.
    if (slot >= slotsUsed_) storeRelease(m_.header->slotsUsed, slotsUsed_ = slot + 1);
-   beginChange();
-   writeSlot(slot, record, true);
-   setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
-   storeRelease(m_.header->size, ++size_);
-   enqueue(slot, record);
-   return true;
+   return slot;
 }
 
 bool CollectionWriter::remove(const void* key) {

@@ -313,12 +313,38 @@ class CollectionWriter {
       const uint32_t hash = hashOf(key);
       uint32_t slot, bucket;
       auto sameKey = [](const void* a, const void* b) { return equalBytes<sizeof(Key)>(a, b); };
-      if (!findSlotWith(&key, hash, sameKey, slot, bucket)) return insertAt(&r, hash, bucket);
-      if (std::memcmp(m_.slotData(slot), &r, sizeof(R)) == 0) return false;
+      if (!findSlotWith(&key, hash, sameKey, slot, bucket)) {
+         // The steps of insertAt, of fixed size.
+         slot = takeSlot(bucket);
+         beginChange();
+         writeSlotBytes<sizeof(R)>(slot, &r);
+         setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
+         storeRelease(m_.header->size, ++size_);
+         enqueueBytes<sizeof(Key)>(slot, &key);
+         return true;
+      }
+      if (equalBytes<sizeof(R)>(m_.slotData(slot), &r)) return false;
       beginChange();
       keepBeforeRewrite(slot);
       writeSlotBytes<sizeof(R)>(slot, &r);
       enqueueBytes<sizeof(Key)>(slot, &key);
+      return true;
+   }
+   // remove() compiled for one key type: the steps of remove, of fixed size.
+   template <class Key, class Hash>
+   bool removeTyped(const Key& key, Hash hashOf) {
+      uint32_t slot, bucket;
+      auto sameKey = [](const void* a, const void* b) { return equalBytes<sizeof(Key)>(a, b); };
+      if (!findSlotWith(&key, hashOf(key), sameKey, slot, bucket)) return false;
+      // Kept as bytes: key may point into the slot about to be rewritten.
+      alignas(Key) unsigned char k[sizeof(Key)];
+      std::memcpy(k, &key, sizeof(Key));
+      beginChange();
+      removeEntry(bucket);
+      clearSlot(slot);
+      free_.push_back(slot);
+      storeRelease(m_.header->size, --size_);
+      enqueueBytes<sizeof(Key)>(slot, k);
       return true;
    }
 
@@ -371,7 +397,15 @@ class CollectionWriter {
       storeRelaxed(kept->check, slot);
       storeRelease(kept->seq, m_.slot(slot)->seq);
    }
-   // A live record rewritten in place.
+   // A slot emptied: a new version without the live bit.
+   void clearSlot(uint32_t slot) {
+      SlotHeader* s = m_.slot(slot);
+      const uint32_t next = nextVersion(s->seq);
+      storeRelaxed(s->seq, next | kSeqWriting);
+      releaseFence();
+      storeRelease(s->seq, next);
+   }
+   // A live record written whole (rewritten in place, or new in a free slot).
    template <std::size_t Bytes>
    void writeSlotBytes(uint32_t slot, const void* record) {
       SlotHeader* s = m_.slot(slot);
@@ -415,6 +449,9 @@ class CollectionWriter {
    void wakeReaders();
    // A new key: takes a free slot and publishes it at bucket.
    bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
+   // The free slot a new key at bucket goes to, published to walks before
+   // it is written. Throws FullError, CorruptError.
+   uint32_t takeSlot(uint32_t bucket);
    void enqueue(uint32_t slot, const void* key);
    // Points bucket at slot: the slot number first, then the tag that
    // publishes it (a reader that sees the tag sees the number).

@@ -54,7 +54,9 @@ class MapWriter {
       const Key& k = r.key();
       return c_.upsertTyped(r, k, [](const Key& key) { return Gant::hashOf(key); });
    }
-   bool del(const Key& k) { return c_.remove(&k); }
+   bool del(const Key& k) {
+      return c_.removeTyped(k, [](const Key& key) { return Gant::hashOf(key); });
+   }
    void delAll() { c_.removeAll(); }
    void notify(const Key& k) { c_.notify(&k); }
    std::optional<R> find(const Key& k) const {

@@ -421,7 +421,7 @@ class MapAttr(CollAttr):
     what = 'map'
 
     def coll_type(self):
-        kind = ('ReusingHashedMap' if self.a.opts.get('reserve') else
+        kind = ('FlatHashedMap' if self.a.opts.get('reserve') else
                 'HashedMap' if self.a.opts.get('hashed') else 'OrderedMap')
         return f'Gant::{kind}<{self.ct}, {cpp_type(self.a.vtype)}>'
 

@@ -201,13 +201,17 @@ class Gen:
         for op in t.ops:
             self.h.append(f'{ind}{op};')
 
-    def emit_codec_decls(self, t, ind, custom_text=False, custom_hash=False):
+    def emit_codec_decls(self, t, ind, custom_text=False, custom_hash=False, hash_body=None):
         h = self.h
         h.append(f'{ind}static constexpr const char* gantTypeName = {cstr(self.full(t))};')
         h.append(f'{ind}static const Gant::TypeInfo& gantTypeInfo();')
         h.append(f'{ind}// Whether bytes copied from outside hold a value of this type.')
         h.append(f'{ind}bool gantValid() const;')
-        h.append(f'{ind}uint32_t gantHash() const;')
+        if hash_body:
+            # Inline: a scalar's hash is one mix, cheaper than the call.
+            h.append(f'{ind}uint32_t gantHash() const {{ {hash_body} }}')
+        else:
+            h.append(f'{ind}uint32_t gantHash() const;')
         if not any(a.name == 'hash' for a in t.attrs) and 'hash()' not in ' '.join(t.ops):
             h.append(f'{ind}uint32_t hash() const {{ return gantHash(); }}')
         h.append(f'{ind}void gantText(std::string& out) const;')
@@ -259,7 +263,7 @@ class Gen:
         h.append(f'{i2}constexpr bool operator==(const {t.name}&) const noexcept = default;')
         h.append(f'{i2}constexpr auto operator<=>(const {t.name}&) const noexcept = default;')
         self.emit_ops(t, i2)
-        self.emit_codec_decls(t, i2)
+        self.emit_codec_decls(t, i2, hash_body='return Gant::Codec<ValueType>::hash(value_);')
         h.append(f'{ind} private:')
         h.append(f'{i2}struct Raw {{}};')
         h.append(f'{i2}constexpr {t.name}(Raw, ValueType v) noexcept : value_(v) {{}}')
@@ -274,7 +278,6 @@ class Gen:
         h.append(f'{i2}}}')
         h.append(f'{i2}ValueType value_ = {dflt};')
         h.append(f'{ind}}};\n')
-        c.append(f'uint32_t {q}::gantHash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
         if rng:
             c.append(f'bool {q}::gantValid() const {{ return !(std::cmp_less(value_, min) || std::cmp_greater(value_, max)); }}')
         else:
@@ -317,7 +320,7 @@ class Gen:
             h.append(f'{i2}constexpr auto operator<=>(const {t.name}&) const noexcept = default;')
         h.append(f'{i2}constexpr bool operator!() const noexcept {{ return value_ == 0; }}')
         self.emit_ops(t, i2)
-        self.emit_codec_decls(t, i2)
+        self.emit_codec_decls(t, i2, hash_body='return Gant::Codec<ValueType>::hash(value_);')
         h.append(f'{ind} private:')
         h.append(f'{i2}static constexpr ValueType check(ValueType v) {{')
         h.append(f'{i2}   if (v > maxValue) Gant::throwRangeError({cstr(err)});')
@@ -325,7 +328,6 @@ class Gen:
         h.append(f'{i2}}}')
         h.append(f'{i2}ValueType value_ = 0;')
         h.append(f'{ind}}};\n')
-        c.append(f'uint32_t {q}::gantHash() const {{ return Gant::Codec<ValueType>::hash(value_); }}')
         c.append(f'bool {q}::gantValid() const {{ return value_ <= maxValue; }}')
         if t.opts.get('baretext'):
             n0 = t.members[0][0]
