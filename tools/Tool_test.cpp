@@ -31,28 +31,70 @@ struct Outcome {
    std::string out, err;
 };
 
+// All a file holds, read from its start.
 std::string readAll(int fd) {
    std::string text;
    char buf[4096];
    ::lseek(fd, 0, SEEK_SET);
    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) text.append(buf, static_cast<std::size_t>(n));
-   ::close(fd);
    return text;
 }
 
-// The tool run with `words`, shell words as a person types them.
-Outcome runTool(const std::string& words) {
-   const int out = ::memfd_create("out", MFD_CLOEXEC), err = ::memfd_create("err", MFD_CLOEXEC);
-   const std::string script = "exec \"$0\" " + words;
-   const pid_t pid = ::fork();
-   if (pid == 0) {
-      ::dup2(out, 1), ::dup2(err, 2);
-      ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
-      ::_exit(127);
+// The tool run with `words`, shell words as a person types them: its standard
+// input ours to write, its output read as it comes, its errors kept in a file.
+struct Piped {
+   pid_t pid = -1;
+   int in = -1, out = -1, err = ::memfd_create("err", MFD_CLOEXEC);
+   explicit Piped(const std::string& words) {
+      ::signal(SIGPIPE, SIG_IGN); // a tool that has exited fails our writes, not us
+      int i[2], o[2];
+      if (::pipe2(i, O_CLOEXEC) != 0 || ::pipe2(o, O_CLOEXEC) != 0) return;
+      const std::string script = "exec \"$0\" " + words;
+      pid = ::fork();
+      if (pid == 0) {
+         ::dup2(i[0], 0), ::dup2(o[1], 1), ::dup2(err, 2);
+         ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
+         ::_exit(127);
+      }
+      ::close(i[0]), ::close(o[1]);
+      in = i[1], out = o[0];
    }
+   ~Piped() {
+      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
+      if (in >= 0) ::close(in);
+      ::close(out), ::close(err);
+   }
+   void write(const std::string& text) { ASSERT_EQ(::write(in, text.data(), text.size()), ssize_t(text.size())); }
+   // Output until it holds `part` (with no part, until it ends), or 5 s.
+   std::string readUntil(std::string_view part) {
+      for (pollfd p{out, POLLIN, 0};
+           (part.empty() || seen.find(part) == std::string::npos) && ::poll(&p, 1, 5000) == 1;) {
+         char buf[4096];
+         const ssize_t n = ::read(out, buf, sizeof buf);
+         if (n <= 0) break;
+         seen.append(buf, std::size_t(n));
+      }
+      return seen;
+   }
+   int endInput() {
+      if (in >= 0) ::close(in);
+      in = -1;
+      int status = 0;
+      ::waitpid(pid, &status, 0);
+      pid = -1;
+      return status;
+   }
+   std::string seen;
+};
+
+// The tool run to its end with no input.
+Outcome runTool(const std::string& words) {
+   Piped p(words);
+   ::close(std::exchange(p.in, -1));
    Outcome r;
-   ::waitpid(pid, &r.status, 0);
-   r.out = readAll(out), r.err = readAll(err);
+   r.out = p.readUntil("");
+   r.status = p.endInput();
+   r.err = readAll(p.err);
    return r;
 }
 
@@ -142,52 +184,6 @@ void serve(const Pond::Options& options, const std::string& path, int commands, 
    });
    loop.runUntil([&] { return done; }, 60);
 }
-
-// A tool process whose standard input is ours to write and whose output we
-// read as it comes.
-struct Piped {
-   pid_t pid = -1;
-   int in = -1, out = -1;
-   explicit Piped(const std::string& words) {
-      ::signal(SIGPIPE, SIG_IGN); // a tool that has exited fails our writes, not us
-      int i[2], o[2];
-      if (::pipe2(i, O_CLOEXEC) != 0 || ::pipe2(o, O_CLOEXEC) != 0) return;
-      const std::string script = "exec \"$0\" " + words;
-      pid = ::fork();
-      if (pid == 0) {
-         ::dup2(i[0], 0), ::dup2(o[1], 1);
-         ::execl("/bin/sh", "sh", "-c", script.c_str(), tool.c_str(), nullptr);
-         ::_exit(127);
-      }
-      ::close(i[0]), ::close(o[1]);
-      in = i[1], out = o[0];
-   }
-   ~Piped() {
-      if (pid > 0) ::kill(pid, SIGKILL), ::waitpid(pid, nullptr, 0);
-      if (in >= 0) ::close(in);
-      ::close(out);
-   }
-   void write(const std::string& text) { ASSERT_EQ(::write(in, text.data(), text.size()), ssize_t(text.size())); }
-   // Output until it holds `part`, or 5 s.
-   std::string readUntil(const std::string& part) {
-      for (pollfd p{out, POLLIN, 0}; seen.find(part) == std::string::npos && ::poll(&p, 1, 5000) == 1;) {
-         char buf[4096];
-         const ssize_t n = ::read(out, buf, sizeof buf);
-         if (n <= 0) break;
-         seen.append(buf, std::size_t(n));
-      }
-      return seen;
-   }
-   int endInput() {
-      ::close(in);
-      in = -1;
-      int status = 0;
-      ::waitpid(pid, &status, 0);
-      pid = -1;
-      return status;
-   }
-   std::string seen;
-};
 
 TEST(ToolTable, DumpAndWatchALiveTableOfAnotherProcess) {
    Pond::Options options;
