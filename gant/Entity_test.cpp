@@ -31,7 +31,7 @@ struct Recorder : Root::Reactor {
    void onPeer() override { seen.push_back("peer"); }
 };
 
-TEST(Entity, SettersNotifyOncePerChangeAndNeverOnEqualValue) {
+TEST(Entity, EachChangeNotifiesOnceAndAnEqualValueNever) {
    auto root = rootFactory("r");
    Recorder rec(root.ptr());
    root->enabledIs(true); // default already
@@ -44,11 +44,9 @@ TEST(Entity, SettersNotifyOncePerChangeAndNeverOnEqualValue) {
    root->peerIs(root);
    root->peerIs(nullptr); // break the cycle again
    EXPECT_EQ(rec.seen, (std::vector<std::string>{"enabled", "mode", "limit", "peer", "peer"}));
-}
 
-TEST(Entity, CountersWrapAtTheirWidthAndNotifyOnlyOnChange) {
-   auto root = rootFactory("r");
-   Recorder rec(root.ptr());
+   // Counters wrap at their width.
+   rec.seen.clear();
    root->hitsIs(255);
    root->hitsInc(1);
    EXPECT_EQ(root->hits(), 0);
@@ -59,11 +57,9 @@ TEST(Entity, CountersWrapAtTheirWidthAndNotifyOnlyOnChange) {
    root->wideInc(2);
    EXPECT_EQ(root->wide(), 1u);
    EXPECT_EQ(rec.seen, (std::vector<std::string>{"hits", "hits", "hits", "wide", "wide"}));
-}
 
-TEST(Entity, CollectionsNotifyWithTheKey) {
-   auto root = rootFactory("r");
-   Recorder rec(root.ptr());
+   // Collections notify with the key.
+   rec.seen.clear();
    root->weightIs("b", 2);
    root->weightIs("a", 1);
    root->weightIs("a", 1); // unchanged
