@@ -118,7 +118,7 @@ TEST(ValueType, SettersCheckRangeAndKeepOldValue) {
    EXPECT_EQ(b.value(), 3u);
 }
 
-TEST(ValueType, FlagsReflectEachBitAndTheWord) {
+TEST(ValueType, ReflectionReachesEachFlagTheWordAndConstants) {
    Bits b;
    Gant::attrIs(b, "gamma", true);
    EXPECT_EQ(b.value(), 4u);
@@ -130,9 +130,6 @@ TEST(ValueType, FlagsReflectEachBitAndTheWord) {
    std::vector<std::string> names;
    for (const auto& a : Bits::gantTypeInfo().attrs) names.push_back(a.name);
    EXPECT_EQ(names, (std::vector<std::string>{"alpha", "beta", "gamma", "value"}));
-}
-
-TEST(ValueType, ConstantsAreReadOnly) {
    Pair p;
    EXPECT_EQ(Gant::attr(p, "c").as<uint8_t>(), 3);
    EXPECT_THROW(Gant::attrIs(p, "c", 4), Gant::UnsupportedOperation);

@@ -79,7 +79,6 @@ TEST(IpAddr, HeldInNetworkOrder) {
    std::memcpy(wire, &v, 4);
    EXPECT_EQ(wire[0], 10);
    EXPECT_EQ(wire[3], 2);
-   EXPECT_EQ(IpAddr(v), a);
    EXPECT_EQ(a.hostValue(), 0x0a000102u);
    EXPECT_EQ(Gant::toLog(a), Gant::Test::bytes({10, 0, 1, 2})) << "the log is in network order too";
    static_assert(IpAddr::fromHost(0x01020304).hostValue() == 0x01020304);

