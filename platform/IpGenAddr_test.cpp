@@ -153,6 +153,8 @@ TEST(IpGenAddr, MulticastPerFamily) {
 }
 
 TEST(IpGenAddrDeathTest, NarrowingOrBuildingWithTheWrongFamilyAsserts) {
+   EXPECT_DEATH(p6({}, 0).v4Prefix(),
+                "Assertion failed: af\\(\\) == ipv4\\(\\) \\|\\| af\\(\\) == ipunknown\\(\\)");
    EXPECT_DEATH(v6({}).v4Addr(), "Assertion failed: af\\(\\) == ipv4\\(\\)");
    EXPECT_DEATH(IpGenAddr().v4Addr(), "Assertion failed: af\\(\\) == ipv4\\(\\)");
    const uint8_t four[4] = {1, 2, 3, 4};
@@ -166,7 +168,6 @@ TEST(IpGenPrefix, WidensAndNarrowsIPv4) {
    EXPECT_EQ(g, p4(0x30640100, 32));
    EXPECT_EQ(g.v4Prefix(), p);
    EXPECT_EQ(IpGenPrefix().v4Prefix(), Pakto::Prefix()) << "family-less narrows to 0.0.0.0/0";
-   EXPECT_EQ(g.address(), v4(0x30640100));
    EXPECT_EQ(Gant::toLog(p4(0x0a010203, 24)), Gant::Test::bytes({1, 24, 10, 1, 2, 3}) + zeros(12));
 }
 
@@ -214,11 +215,6 @@ TEST(IpGenPrefix, HashSeparatesWhatEqualitySeparates) {
    for (std::size_t i = 0; i < v.size(); ++i)
       for (std::size_t j = i + 1; j < v.size(); ++j)
          EXPECT_NE(v[i].hash(), v[j].hash()) << v[i] << " " << v[j];
-}
-
-TEST(IpGenPrefixDeathTest, NarrowingIPv6Asserts) {
-   EXPECT_DEATH(p6({}, 0).v4Prefix(),
-                "Assertion failed: af\\(\\) == ipv4\\(\\) \\|\\| af\\(\\) == ipunknown\\(\\)");
 }
 
 } // namespace
