@@ -177,17 +177,9 @@ TEST(Reactor, RemovalAndDropFromInsideAHandler) {
    delete first;
 }
 
-TEST(Reflection, ListGetSetAndRefuse) {
-   const Gant::TypeInfo& t = Root::gantTypeInfo();
-   std::vector<std::string> names;
-   for (const auto& a : t.attrs) names.push_back(a.name);
-   EXPECT_EQ(names, (std::vector<std::string>{"name", "enabled", "mode", "modeDefault", "limit",
-                                              "hits", "wide", "weight", "fast", "tag", "slot", "leaf",
-                                              "peer"}));
-   EXPECT_EQ(t.attr("modeDefault")->kind, Gant::AttrKind::constant);
-   EXPECT_EQ(t.attr("hits")->kind, Gant::AttrKind::counter);
-   EXPECT_EQ(t.attr("leaf")->kind, Gant::AttrKind::children);
-
+// The attribute table itself is generated, and pinned by the generator's
+// golden output; what is checked here is reaching attributes through it.
+TEST(Reflection, GetSetAndRefuse) {
    auto root = rootFactory("r");
    Recorder rec(root.ptr());
    EXPECT_EQ(root->attr("limit").as<uint32_t>(), 1024u);
