@@ -143,15 +143,6 @@ TEST(IpGenAddr, IPv4SitsInTheFirstFourBytesInNetworkOrder) {
    EXPECT_EQ(Gant::toLog(a), Gant::Test::bytes({1, 10, 0, 1, 2}) + zeros(12));
 }
 
-TEST(IpGenAddr, MulticastPerFamily) {
-   EXPECT_TRUE(v4(0xe0000000).isMulticast());
-   EXPECT_FALSE(v4(0xdfffffff).isMulticast());
-   EXPECT_FALSE(v4(0xf0000000).isMulticast());
-   EXPECT_TRUE(v6({0xff00, 0, 0, 0, 0, 0, 0, 0}).isMulticast());
-   EXPECT_FALSE(v6({0xfeff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff}).isMulticast());
-   EXPECT_FALSE(IpGenAddr().isMulticast());
-}
-
 TEST(IpGenAddrDeathTest, NarrowingOrBuildingWithTheWrongFamilyAsserts) {
    EXPECT_DEATH(p6({}, 0).v4Prefix(),
                 "Assertion failed: af\\(\\) == ipv4\\(\\) \\|\\| af\\(\\) == ipunknown\\(\\)");
@@ -180,7 +171,13 @@ TEST(IpGenPrefix, LengthIsBoundedByTheFamily) {
    }
 }
 
-TEST(IpGenPrefix, MulticastHostAndDefault) {
+TEST(IpGenPrefix, MulticastHostAndDefaultOfAddressesAndPrefixes) {
+   EXPECT_TRUE(v4(0xe0000000).isMulticast());
+   EXPECT_FALSE(v4(0xdfffffff).isMulticast());
+   EXPECT_FALSE(v4(0xf0000000).isMulticast());
+   EXPECT_TRUE(v6({0xff00, 0, 0, 0, 0, 0, 0, 0}).isMulticast());
+   EXPECT_FALSE(v6({0xfeff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff, 0xffff}).isMulticast());
+   EXPECT_FALSE(IpGenAddr().isMulticast());
    EXPECT_TRUE(p4(0xe0000000, 4).isMulticast());
    EXPECT_FALSE(p4(0xe0000000, 3).isMulticast());
    EXPECT_TRUE(p6({0xff00, 0, 0, 0, 0, 0, 0, 0}, 8).isMulticast());
