@@ -277,40 +277,38 @@ TEST_F(PondWakeServer, SomethingElseAtThePathIsReplacedOnlyWhereAllowed) {
    ::rmdir(dir);
 }
 
-TEST_F(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgain) {
-   WakeServer server(path, 0600, loop, [&] { return changes; });
-   Reader first(path, loop);
-   ASSERT_TRUE(first.client.connect());
-   for (const char* how : {"removed", "replaced by a file"}) {
-      SCOPED_TRACE(how);
-      ASSERT_EQ(::unlink(path.c_str()), 0);
-      if (how == std::string("replaced by a file")) ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
-      Reader later(path, loop);
-      EXPECT_FALSE(later.client.connect());
-      ASSERT_TRUE(loop.runUntil([&] { return later.client.connect(); }, 2 * WakeServer::kPathCheckSeconds + 1));
-      first.client.ack(changes);
-      later.client.ack(changes);
-      loop.runUntil([&] { return *server.armedCount() == 2; }, 5);
-      change(server);
-      EXPECT_TRUE(loop.runUntil([&] { return later.wakes == 1; }, 5));
-      EXPECT_TRUE(first.client.connected()) << "a reader of the old socket stays";
-      later.client.disconnect();
-      loop.runUntil([&] { return server.readers() == 1; }, 5);
+TEST_F(PondWakeServer, ASocketRemovedOrReplacedUnderItsWriterIsBoundAgainAndOnlyItsOwnRemoved) {
+   struct stat st{};
+   {
+      WakeServer server(path, 0600, loop, [&] { return changes; });
+      Reader first(path, loop);
+      ASSERT_TRUE(first.client.connect());
+      for (const char* how : {"removed", "replaced by a file"}) {
+         SCOPED_TRACE(how);
+         ASSERT_EQ(::unlink(path.c_str()), 0);
+         if (how == std::string("replaced by a file")) ::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600));
+         Reader later(path, loop);
+         EXPECT_FALSE(later.client.connect());
+         ASSERT_TRUE(loop.runUntil([&] { return later.client.connect(); }, 2 * WakeServer::kPathCheckSeconds + 1));
+         first.client.ack(changes);
+         later.client.ack(changes);
+         loop.runUntil([&] { return *server.armedCount() == 2; }, 5);
+         change(server);
+         EXPECT_TRUE(loop.runUntil([&] { return later.wakes == 1; }, 5));
+         EXPECT_TRUE(first.client.connected()) << "a reader of the old socket stays";
+         later.client.disconnect();
+         loop.runUntil([&] { return server.readers() == 1; }, 5);
+      }
+      EXPECT_EQ(first.wakes, 2);
    }
-   EXPECT_EQ(first.wakes, 2);
-}
-
-TEST_F(PondWakeServer, AGoingWriterRemovesOnlyItsOwnSocket) {
+   EXPECT_NE(::lstat(path.c_str(), &st), 0) << "its own socket, bound again, goes with it";
    {
       WakeServer server(path, 0600, loop, [] { return 0u; });
       ASSERT_EQ(::unlink(path.c_str()), 0);
       ::close(Pond::Test::unixSocket(path, true)); // a successor's, before our next check
    }
-   struct stat st{};
-   EXPECT_EQ(::lstat(path.c_str(), &st), 0);
+   EXPECT_EQ(::lstat(path.c_str(), &st), 0) << "a successor's socket stays";
    ::unlink(path.c_str());
-   WakeServer(path, 0600, loop, [] { return 0u; });
-   EXPECT_NE(::lstat(path.c_str(), &st), 0) << "its own socket goes with it";
 }
 
 } // namespace
