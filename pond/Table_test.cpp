@@ -66,22 +66,11 @@ TEST_F(PondTable, ReaderSeesChangesInOrderAndConsistentRecords) {
    EXPECT_EQ(view.size(), 0u);
 }
 
-TEST_F(PondTable, FullCollectionRefusesAndChangesNothing) {
-   TableWriter writer(path, itemShape(4), {Record<Item>::codec()}, &loop, options);
-   MapWriter<Item> items(writer.collection(0));
-   for (uint32_t k = 0; k < 4; ++k) items.set(Item::make(k, 1));
-   EXPECT_THROW(items.set(Item::make(9, 1)), FullError);
-   EXPECT_EQ(items.size(), 4u);
-   EXPECT_FALSE(items.find(9));
-   items.set(Item::make(3, 2)); // replacing still works when full
-   items.del(0);
-   items.set(Item::make(9, 1)); // and a freed slot takes a new key
-   EXPECT_EQ(items.find(9)->version(), 1u);
-}
-
 // Lookups against a plain model while keys come and go in a small index:
 // probes wrap at its end, run past the home bucket's word of tags, meet
-// tags of other keys, and clusters shift back on every removal.
+// tags of other keys, and clusters shift back on every removal. Mostly
+// full: a new key is refused and changes nothing, a rewrite still works, and
+// a freed slot takes a new key.
 TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
    TableWriter writer(path, itemShape(24, 4096), {Record<Item>::codec()}, &loop, options);
    MapWriter<Item> items(writer.collection(0));
@@ -99,12 +88,14 @@ TEST_F(PondTable, LookupsAgreeWithAModelThroughChurn) {
    };
    for (uint32_t op = 0; op < 20000; ++op) {
       const uint32_t k = rng() % 300;
-      if (rng() % 2 && model.size() < 24) {
-         items.set(Item::make(k, op));
-         model[k] = op;
-      } else {
+      if (rng() % 2 == 0) {
          items.del(k);
          model.erase(k);
+      } else if (model.size() == 24 && !model.count(k)) {
+         ASSERT_THROW(items.set(Item::make(k, op)), FullError) << "key " << k << " at op " << op;
+      } else {
+         items.set(Item::make(k, op));
+         model[k] = op;
       }
       ASSERT_TRUE(check(k)) << "key " << k << " after op " << op;
       for (uint32_t j = 0; op % 500 == 0 && j < 300; ++j) ASSERT_TRUE(check(j)) << "key " << j << " after op " << op;
