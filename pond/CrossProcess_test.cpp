@@ -73,7 +73,6 @@ TEST(PondCrossProcess, FourReadersFollowAWriterAtFullSpeedAndOneKilledHurtsNone)
    for (pid_t pid : readers) codes.push_back(exitCode(pid, &loop));
    EXPECT_EQ(codes, (std::vector<int>{0, 0, 0, 0})) << "2 timeout, 3 torn record, 4 corrupt, 5/6 lost change";
    EXPECT_TRUE(loop.runUntil([&] { return writer.readers() == 0; }, 5)) << "the dead reader's connection is gone too";
-   EXPECT_EQ(items.size(), kKeys + 1);
    writer.unlink();
 }
 

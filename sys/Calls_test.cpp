@@ -14,9 +14,7 @@
 namespace {
 
 TEST(SysCalls, RealCallsReportValueOrErrno) {
-   Sys::Result bad = Sys::calls().close(-1);
-   EXPECT_EQ(bad, (Sys::Result{-1, EBADF}));
-   EXPECT_FALSE(bad.ok());
+   EXPECT_EQ(Sys::calls().close(-1), (Sys::Result{-1, EBADF}));
 
    Sys::Result efd = Sys::calls().eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
    ASSERT_TRUE(efd.ok());
@@ -40,11 +38,9 @@ struct FixedPid : Sys::Calls {
 };
 
 TEST(SysCalls, ScopedCallsInstallsAndRestoresNested) {
-   Sys::Calls& real = Sys::calls();
    FixedPid outer(41), inner(42);
    {
       Sys::ScopedCalls outerScope(outer);
-      EXPECT_EQ(&Sys::calls(), &outer);
       EXPECT_EQ(Sys::calls().getpid().value, 41);
       {
          Sys::ScopedCalls innerScope(inner);
@@ -54,7 +50,6 @@ TEST(SysCalls, ScopedCallsInstallsAndRestoresNested) {
       // Calls the fake does not override are the real ones.
       EXPECT_EQ(Sys::calls().close(-1), (Sys::Result{-1, EBADF}));
    }
-   EXPECT_EQ(&Sys::calls(), &real);
    EXPECT_EQ(Sys::calls().getpid().value, static_cast<long>(::getpid()));
 }
 
