@@ -113,9 +113,14 @@ class FlatHashedMap {
       return 1;
    }
    void erase(const_iterator it) { eraseAt(it.b_); }
+   // Not by eraseAt: its shifts would move entries behind the sweep.
    void clear() {
-      for (std::size_t b = 0; b < hashes_.size(); ++b)
-         if (hashes_[b] != 0) eraseAt(b);
+      for (std::size_t b = 0; b < hashes_.size(); ++b) {
+         if (hashes_[b] == 0) continue;
+         hashes_[b] = 0;
+         entries_[b] = value_type();
+      }
+      size_ = 0;
    }
 
  private:

@@ -58,6 +58,9 @@ void run(const Case& c) {
       }
       expectSame(m, want, c.keys, c.name, step);
    }
+   auto cleared = m; // as a collection's DelAll does
+   cleared.clear();
+   EXPECT_TRUE(cleared.empty() && cleared.begin() == cleared.end()) << c.name;
    // Removed one at a time from the front, as delAll does.
    std::size_t removed = 0;
    Gant::delAll(m, [&](const K& k) {
