@@ -168,7 +168,7 @@ void BitMapperSm::handleDeallocRequestCount() {
       status_->bitIndexDel(key);
       pondStatus_->bitIndexMapDel(bitIndex);
       freePool_.push(bitIndex);
-      if (!waiting_.empty()) reviewKeyWaitlist();
+      reviewKeyWaitlist();
       return;
    }
    const Pond::Found<WaitlistMap> found = pondStatus_->waitlistMap(key);

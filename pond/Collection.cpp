@@ -213,14 +213,14 @@ const void* CollectionWriter::find(const void* key) const {
    return findSlot(key, m_.hashKey(key), slot, bucket) ? m_.slotData(slot) : nullptr;
 }
 
-void CollectionWriter::writeSlot(uint32_t slot, const void* record, bool live) {
+void CollectionWriter::writeSlot(uint32_t slot, const void* record) {
    SlotHeader* s = m_.slot(slot);
    const uint32_t next = nextVersion(s->seq);
    storeRelaxed(s->seq, next | kSeqWriting);
    releaseFence();
-   if (live) storeGuarded(s->check, recordCheck(next | kSeqLive, record, m_.recordSize));
-   if (record) copyToShared(m_.slotData(slot), record, m_.recordSize);
-   storeRelease(s->seq, next | (live ? kSeqLive : 0));
+   storeGuarded(s->check, recordCheck(next | kSeqLive, record, m_.recordSize));
+   copyToShared(m_.slotData(slot), record, m_.recordSize);
+   storeRelease(s->seq, next | kSeqLive);
 }
 
 void CollectionWriter::wakeReaders() { wake_->changed(); }
@@ -234,21 +234,12 @@ bool CollectionWriter::upsert(const void* record) {
       if (std::memcmp(m_.slotData(slot), record, m_.recordSize) == 0) return false;
       beginChange();
       keepBeforeRewrite(slot);
-      writeSlot(slot, record, true);
+      writeSlot(slot, record);
       enqueue(slot, record);
       return true;
    }
-   return insertAt(record, hash, bucket);
-}
-
-bool CollectionWriter::insertAt(const void* record, uint32_t hash, uint32_t bucket) {
-   const uint32_t slot = takeSlot(bucket);
-   beginChange();
-   writeSlot(slot, record, true);
-   setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
-   storeRelease(m_.header->size, ++size_);
-   enqueue(slot, record);
-   return true;
+   return insertNew(hash, bucket, [&](uint32_t s) { writeSlot(s, record); },
+                    [&](uint32_t s) { enqueue(s, record); });
 }
 
 uint32_t CollectionWriter::takeSlot(uint32_t bucket) {
@@ -273,12 +264,7 @@ bool CollectionWriter::remove(const void* key) {
    // Keep the key: it may point into the slot about to be rewritten.
    unsigned char k[kMaxKeySize];
    std::memcpy(k, key, m_.keySize);
-   beginChange();
-   removeEntry(bucket);
-   writeSlot(slot, nullptr, false);
-   free_.push_back(slot);
-   storeRelease(m_.header->size, --size_);
-   enqueue(slot, k);
+   removeFound(slot, bucket, [&](uint32_t s) { enqueue(s, k); });
    return true;
 }
 
@@ -325,7 +311,7 @@ void CollectionWriter::notify(const void* key) {
       // The record, copied first: it is rewritten from itself.
       std::memcpy(scratch_.data(), m_.slotData(slot), m_.recordSize);
       beginChange();
-      writeSlot(slot, scratch_.data(), true);
+      writeSlot(slot, scratch_.data());
    } else {
       slot = UINT32_MAX;
    }
@@ -366,7 +352,7 @@ void CollectionWriter::repairIndex() {
       const uint32_t hash = m_.hashKey(key);
       uint32_t slot, bucket;
       if (findSlot(key, hash, slot, bucket) || bucket == UINT32_MAX) {
-         writeSlot(i, nullptr, false);
+         clearSlot(i);
          continue;
       }
       setBucket(bucket, i, bucketTag(hash));

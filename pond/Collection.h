@@ -313,16 +313,9 @@ class CollectionWriter {
       const uint32_t hash = hashOf(key);
       uint32_t slot, bucket;
       auto sameKey = [](const void* a, const void* b) { return equalBytes<sizeof(Key)>(a, b); };
-      if (!findSlotWith(&key, hash, sameKey, slot, bucket)) {
-         // The steps of insertAt, of fixed size.
-         slot = takeSlot(bucket);
-         beginChange();
-         writeSlotBytes<sizeof(R)>(slot, &r);
-         setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
-         storeRelease(m_.header->size, ++size_);
-         enqueueBytes<sizeof(Key)>(slot, &key);
-         return true;
-      }
+      if (!findSlotWith(&key, hash, sameKey, slot, bucket))
+         return insertNew(hash, bucket, [&](uint32_t s) { writeSlotBytes<sizeof(R)>(s, &r); },
+                          [&](uint32_t s) { enqueueBytes<sizeof(Key)>(s, &key); });
       if (equalBytes<sizeof(R)>(m_.slotData(slot), &r)) return false;
       beginChange();
       keepBeforeRewrite(slot);
@@ -330,7 +323,7 @@ class CollectionWriter {
       enqueueBytes<sizeof(Key)>(slot, &key);
       return true;
    }
-   // remove() compiled for one key type: the steps of remove, of fixed size.
+   // remove() compiled for one key type.
    template <class Key, class Hash>
    bool removeTyped(const Key& key, Hash hashOf) {
       uint32_t slot, bucket;
@@ -339,12 +332,7 @@ class CollectionWriter {
       // Kept as bytes: key may point into the slot about to be rewritten.
       alignas(Key) unsigned char k[sizeof(Key)];
       std::memcpy(k, &key, sizeof(Key));
-      beginChange();
-      removeEntry(bucket);
-      clearSlot(slot);
-      free_.push_back(slot);
-      storeRelease(m_.header->size, --size_);
-      enqueueBytes<sizeof(Key)>(slot, k);
+      removeFound(slot, bucket, [&](uint32_t s) { enqueueBytes<sizeof(Key)>(s, k); });
       return true;
    }
 
@@ -385,7 +373,7 @@ class CollectionWriter {
       return false;
    }
    bool findSlot(const void* key, uint32_t hash, uint32_t& slot, uint32_t& bucket) const;
-   void writeSlot(uint32_t slot, const void* record, bool live);
+   void writeSlot(uint32_t slot, const void* record);
    // Before a live record is rewritten in place, its bytes and version go to
    // the spare slot past the last one: a writer that dies in the middle of
    // the rewrite leaves the slot odd, and the next writer puts the record
@@ -447,8 +435,28 @@ class CollectionWriter {
       enqueueInto(slot, key, KeyBytes);
    }
    void wakeReaders();
-   // A new key: takes a free slot and publishes it at bucket.
-   bool insertAt(const void* record, uint32_t hash, uint32_t bucket);
+   // A new key: takes a free slot, writes it and publishes it at bucket;
+   // the record's copy and its change entry are the caller's, sized or not.
+   template <class Write, class Enqueue>
+   bool insertNew(uint32_t hash, uint32_t bucket, Write write, Enqueue enqueue) {
+      const uint32_t slot = takeSlot(bucket);
+      beginChange();
+      write(slot);
+      setBucket(bucket, slot, bucketTag(hash)); // once the record is in place
+      storeRelease(m_.header->size, ++size_);
+      enqueue(slot);
+      return true;
+   }
+   // A found key removed from the index and its slot freed.
+   template <class Enqueue>
+   void removeFound(uint32_t slot, uint32_t bucket, Enqueue enqueue) {
+      beginChange();
+      removeEntry(bucket);
+      clearSlot(slot);
+      free_.push_back(slot);
+      storeRelease(m_.header->size, --size_);
+      enqueue(slot);
+   }
    // The free slot a new key at bucket goes to, published to walks before
    // it is written. Throws FullError, CorruptError.
    uint32_t takeSlot(uint32_t bucket);

@@ -27,6 +27,10 @@ TYPE_OPTIONS = {
 }
 
 
+# A scalar's hash, inline in its header: one mix, cheaper than the call.
+SCALAR_HASH = 'return Gant::Codec<ValueType>::hash(value_);'
+
+
 class Gen:
     def __init__(self, sch, src_name, path=None):
         self.s = sch
@@ -208,7 +212,6 @@ class Gen:
         h.append(f'{ind}// Whether bytes copied from outside hold a value of this type.')
         h.append(f'{ind}bool gantValid() const;')
         if hash_body:
-            # Inline: a scalar's hash is one mix, cheaper than the call.
             h.append(f'{ind}uint32_t gantHash() const {{ {hash_body} }}')
         else:
             h.append(f'{ind}uint32_t gantHash() const;')
@@ -263,7 +266,7 @@ class Gen:
         h.append(f'{i2}constexpr bool operator==(const {t.name}&) const noexcept = default;')
         h.append(f'{i2}constexpr auto operator<=>(const {t.name}&) const noexcept = default;')
         self.emit_ops(t, i2)
-        self.emit_codec_decls(t, i2, hash_body='return Gant::Codec<ValueType>::hash(value_);')
+        self.emit_codec_decls(t, i2, hash_body=SCALAR_HASH)
         h.append(f'{ind} private:')
         h.append(f'{i2}struct Raw {{}};')
         h.append(f'{i2}constexpr {t.name}(Raw, ValueType v) noexcept : value_(v) {{}}')
@@ -320,7 +323,7 @@ class Gen:
             h.append(f'{i2}constexpr auto operator<=>(const {t.name}&) const noexcept = default;')
         h.append(f'{i2}constexpr bool operator!() const noexcept {{ return value_ == 0; }}')
         self.emit_ops(t, i2)
-        self.emit_codec_decls(t, i2, hash_body='return Gant::Codec<ValueType>::hash(value_);')
+        self.emit_codec_decls(t, i2, hash_body=SCALAR_HASH)
         h.append(f'{ind} private:')
         h.append(f'{i2}static constexpr ValueType check(ValueType v) {{')
         h.append(f'{i2}   if (v > maxValue) Gant::throwRangeError({cstr(err)});')
