@@ -5,13 +5,15 @@
 #include "loop/EventLoop.h"
 #include "pakto/Pam.h"
 
+#include <string>
+
 namespace Pakto {
 
 // The loop that pams watch their descriptors on; the host sets it once.
 void eventLoopIs(Loop::EventLoop* loop) noexcept;
 Loop::EventLoop* eventLoop() noexcept;
 
-class PamFdSm {
+class PamFdSm : public Gant::PtrInterface {
  public:
    // Asserts that the host has set the event loop.
    PamFdSm(Pam& pam, int fd);
@@ -27,3 +29,10 @@ class PamFdSm {
 };
 
 } // namespace Pakto
+
+namespace Gant {
+inline EntityRef entityName(const Pakto::PamFdSm* f) {
+   if (!f) return {};
+   return EntityRef{Name("PamFdSm[" + std::to_string(f->fd()) + "]"), false};
+}
+} // namespace Gant

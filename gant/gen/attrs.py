@@ -172,7 +172,7 @@ def range_error(subject, lo, hi):
 
 class ValueAttr(AttrEmitter):
     """x : T = d"""
-    options = frozenset({'range', 'error'})
+    options = frozenset({'range', 'error', 'handset'})
     in_value = in_entity = True
     what = 'value attribute'
     stored = True
@@ -183,6 +183,8 @@ class ValueAttr(AttrEmitter):
         return [f'{i2}{self.g.ret(self.a.type)} {self.name}() const noexcept {{ return {self.name}_; }}']
 
     def v_accessors(self, i2):
+        if 'handset' in self.a.opts:
+            raise SchemaError(f'{self.g.file}:{self.a.line}: handset only on an entity\'s attribute {self.name}')
         out = self.getter(i2)
         rc = self.range_check('v')
         arg = self.g.arg(self.a.type)
@@ -219,7 +221,10 @@ class ValueAttr(AttrEmitter):
 
     def accessors(self, i2):
         out = self.getter(i2)
-        out.append(f'{i2}void {self.name}Is({self.g.arg(self.a.type)} v) {{')
+        # handset: xIs is a hand-written operation that decides what to do
+        # and stores through xStore.
+        setter = 'Store' if 'handset' in self.a.opts else 'Is'
+        out.append(f'{i2}void {self.name}{setter}({self.g.arg(self.a.type)} v) {{')
         rc = self.range_check('v')
         if rc:
             out.append(f'{i2}   {rc.strip()}')

@@ -101,7 +101,7 @@ class Gen:
         if any(t.mount for t in self.by_name.values()):
             h.append('#include "hive/MountPath.h"')
         for inc in self.s.includes:
-            h.append(f'#include "{inc}"')
+            h.append(f'#include {inc}' if inc.startswith('<') else f'#include "{inc}"')
         h.append('')
         # Forward declarations first, so types of one schema may name each other.
         groups = []
@@ -200,7 +200,7 @@ class Gen:
             v6 = t.mount.replace('{6}', '6')
             self.h.append(f'{ind}static Gant::String mountPath(Pakto::AddressFamily af) {{ '
                           f'return Hive::mountPath(af, {cstr(v4)}, {cstr(v6)}); }}')
-        for fn in t.inits:
+        for fn in t.inits + t.finis:
             self.h.append(f'{ind}void {fn}();')
         for op in t.ops:
             self.h.append(f'{ind}{op};')
@@ -547,6 +547,8 @@ class Gen:
             c.append(f'   {fn}();')
         c.append('}')
         c.append(f'{q}::~{t.name}() {{')
+        for fn in t.finis:
+            c.append(f'   {fn}();')
         for e in ems:
             c.extend(e.dtor())
         c.append('}')

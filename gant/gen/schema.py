@@ -33,6 +33,7 @@ declaration per line, nesting by indentation, '#' starts a comment:
        backref pimIntfStatus : Status
        op bool isDefault() const                # hand-written, declared verbatim
        init doInit                              # hand-written, run by the constructor
+       fini doCleanup                           # hand-written, run first by the destructor
 
 Options follow a blank in brackets; docs/type-framework.md lists them all.
 """
@@ -85,6 +86,7 @@ class Node:
         self.members = []    # enum members, flag bits
         self.ops = []
         self.inits = []
+        self.finis = []
         self.statics = []
         self.base = None     # underlying type of enum/scalar/flags; an entity's base entity
         self.ns = None       # namespace of a top-level type
@@ -120,7 +122,7 @@ LINES_IN = {
     'scalar': {'op', 'mount', 'static'},
     'flags': {'op', 'mount', 'static'},
     'value': {'op', 'mount', 'static'},
-    'entity': {'op', 'mount', 'init'},
+    'entity': {'op', 'mount', 'init', 'fini'},
 }
 
 ATTR_RE = re.compile(
@@ -180,10 +182,10 @@ def parse(text, filename='<schema>'):
                     err(no, f'unknown declaration: {body}')
                 continue
             word = body.split(None, 1)[0]
-            if word in ('mount', 'init', 'static') or node.kind in ('enum', 'flags'):
+            if word in ('mount', 'init', 'fini', 'static') or node.kind in ('enum', 'flags'):
                 if opts:
                     err(no, 'no options on this line')
-                if word in ('op', 'mount', 'init', 'static') and word not in LINES_IN[node.kind]:
+                if word in ('op', 'mount', 'init', 'fini', 'static') and word not in LINES_IN[node.kind]:
                     err(no, f'{word} not allowed in {"an" if node.kind[0] in "ae" else "a"} {node.kind}')
             if body.startswith('op '):
                 node.ops.append(code[3:].strip())
@@ -191,6 +193,8 @@ def parse(text, filename='<schema>'):
                 node.mount = body.split(None, 1)[1].strip().strip('"')
             elif body.startswith('init '):
                 node.inits.append(body.split(None, 1)[1].strip())
+            elif body.startswith('fini '):
+                node.finis.append(body.split(None, 1)[1].strip())
             elif body.startswith('static '):
                 mm = re.match(r'static\s+(\w+)\s*=\s*(.+)$', body)
                 if not mm:

@@ -30,6 +30,7 @@ BAD = [
     ('value V\n   a : U32 [hashd]', 'bad.gant:3: unknown option hashd for value attribute a'),
     ('entity E\n   a : U32 [dec]', 'bad.gant:3: unknown option dec for value attribute a'),
     ('value V\n   a : U32 [error="x"]', 'bad.gant:3: error without range for a'),
+    ('value V\n   a : U32 [handset]', "bad.gant:3: handset only on an entity's attribute a"),
     ('scalar S : U16 [range=5]', 'bad.gant:2: range=LOW..HIGH expected'),
     ('value V\n   a : U32 [range=1..]', 'bad.gant:3: range=LOW..HIGH expected'),
     ('value V\n   counter c : U8', 'bad.gant:3: counter not allowed in a value type'),
@@ -49,6 +50,7 @@ BAD = [
     ('flags F : U32\n   on [hashed]', 'bad.gant:3: no options on this line'),
     ('entity E\n   static s = 1', 'bad.gant:3: static not allowed in an entity'),
     ('value V\n   init f', 'bad.gant:3: init not allowed in a value'),
+    ('value V\n   fini f', 'bad.gant:3: fini not allowed in a value'),
     ('scalar S : U16\n   a : U32', 'bad.gant:3: a scalar holds only static lines'),
 ]
 
