@@ -53,7 +53,9 @@ class Entity : public PtrInterface {
       const std::size_t n = reactors_.size();
       for (std::size_t i = 0; i < n; ++i) {
          Reactor* r = reactors_[i];
-         if (r && isActive(r)) (static_cast<R*>(r)->*handler)(args...);
+         // A reactor of a base type attached to a derived entity hears
+         // only the base's attributes: it has no handler for the others.
+         if (r && isActive(r) && depthOf(r) >= R::reactorDepth) (static_cast<R*>(r)->*handler)(args...);
       }
    }
 
@@ -67,6 +69,7 @@ class Entity : public PtrInterface {
       bool held;
    };
    static bool isActive(const Reactor* r) noexcept;
+   static uint8_t depthOf(const Reactor* r) noexcept;
    void attach(Reactor* r);
    void detach(Reactor* r) noexcept;
 
@@ -89,18 +92,24 @@ class Reactor {
    Entity* entity() const noexcept { return entity_; }
    bool active() const noexcept { return active_; }
    void activeIs(bool a) noexcept { active_ = a; }
+   // How far down an entity hierarchy a reactor type sits: X::Reactor of an
+   // entity derived from B has B::Reactor's depth plus one.
+   static constexpr uint8_t reactorDepth = 0;
 
  protected:
    Reactor() = default;
    void attachTo(Entity* e);
+   void depthIs(uint8_t depth) noexcept { depth_ = depth; }
 
  private:
    friend class Entity;
    Entity* entity_ = nullptr;
    bool active_ = true;
+   uint8_t depth_ = 0;
 };
 
 inline bool Entity::isActive(const Reactor* r) noexcept { return r->active_; }
+inline uint8_t Entity::depthOf(const Reactor* r) noexcept { return r->depth_; }
 
 // An entity's identity as a value (the value of a collection that names
 // which table holds a key, say): hashed by address, printed by name. It has

@@ -148,6 +148,21 @@ TEST(Reactor, LifetimeAndActivity) {
    EXPECT_EQ(outlives.seen, (std::vector<std::string>{"enabled"}));
 }
 
+TEST(Reactor, ABaseReactorOnADerivedEntityHearsOnlyTheBase) {
+   auto twig = twigFactory("t");
+   Recorder base(twig.ptr());
+   struct TwigRecorder : Twig::Reactor {
+      using Twig::Reactor::Reactor;
+      std::vector<std::string> seen;
+      void onEnabled() override { seen.push_back("enabled"); }
+      void onSap() override { seen.push_back("sap"); }
+   } derived(twig.ptr());
+   twig->sapIs(7);
+   twig->enabledIs(false);
+   EXPECT_EQ(base.seen, (std::vector<std::string>{"enabled"})) << "it has no handler for sap";
+   EXPECT_EQ(derived.seen, (std::vector<std::string>{"sap", "enabled"}));
+}
+
 TEST(Reactor, RemovalAndDropFromInsideAHandler) {
    auto root = rootFactory("r");
    struct SelfRemoving : Root::Reactor {

@@ -26,7 +26,7 @@ namespace Gant {
 // The generator stamps its own number into every header it writes and checks
 // it against this one: a header left from another generator fails to compile
 // rather than misbehave. Bump both together (gant/gen/gantgen.py, VERSION).
-inline constexpr int generatorVersion = 1;
+inline constexpr int generatorVersion = 2;
 
 // Every element of an array of a schema's fixed size holds a valid value.
 template <class T, std::size_t N>

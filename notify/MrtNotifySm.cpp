@@ -1,15 +1,11 @@
 #include "notify/MrtNotifySm.h"
 
-#include "flashlog/Flashlog.h"
-
-#include <chrono>
+#include "notify/Review.h"
 
 namespace Routing::Multicast::Notify {
 
 namespace {
 Flashlog::Handle& trace = Flashlog::handle("Mroute::MrtNotifySm");
-// One line per review, which can stay on when the detailed trace is off.
-Flashlog::Handle& fastTrace = Flashlog::handle("Mroute::MrtNotify::Upcalls");
 constexpr uint32_t largestDatagram = 65535;
 } // namespace
 
@@ -46,7 +42,7 @@ void MrtNotifySm::handleInitialized() {
 }
 
 void MrtNotifySm::bindPam() {
-   Pakto::Pam* pam = pamManager_ ? pamManager_->pam().ptr() : nullptr;
+   MrtNotifySocketPam* pam = pamManager_ ? pamManager_->pam().ptr() : nullptr;
    pamReactor_.notifierIs(pam);
    if (!pam) return;
    // The review reads the socket: the descriptor's reactor only says so.
@@ -58,25 +54,8 @@ void MrtNotifySm::bindPam() {
 unsigned MrtNotifySm::rxPkt() {
    FLASHLOG(trace, 9, "unsigned MrtNotifySm::rxPkt()");
    const Gant::Ptr<MrtNotifySocketPam> pam = pamManager_->pam();
-   using Clock = std::chrono::steady_clock;
-   const Clock::time_point start = Clock::now();
-   const Clock::time_point deadline =
-       start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(loopQuantum_));
-   FLASHLOG(fastTrace, 1, "Start review of kernel upcalls");
-   unsigned count = 0;
-   while (pam && Clock::now() < deadline) {
-      const Gant::Ptr<Pakto::Pkt> pkt = pam->nextRxPkt();
-      if (!pkt) {
-         FLASHLOG(trace, 7, "RX: Error - No Packet");
-         break;
-      }
-      ++count;
-      pamManager_->readMrtMessage(pkt, vifStatus_);
-   }
-   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-   FLASHLOG(trace, 5, "Processed ", count, " messages in ", elapsed, " seconds.");
-   FLASHLOG(fastTrace, 1, "Finished review of ", count, " kernel upcalls in ", elapsed, " seconds");
-   return count;
+   return reviewUpcalls(trace, pam.ptr(), loopQuantum_,
+                        [this](const Gant::Ptr<Pakto::Pkt>& pkt) { pamManager_->readMrtMessage(pkt, vifStatus_); });
 }
 
 } // namespace Routing::Multicast::Notify

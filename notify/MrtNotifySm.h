@@ -31,7 +31,7 @@ class MrtNotifySm : public Gant::PtrInterface {
       void onPam() override { sm.bindPam(); }
       MrtNotifySm& sm;
    };
-   struct PamReactor : Pakto::Pam::Reactor {
+   struct PamReactor : MrtNotifySocketPam::Reactor {
       explicit PamReactor(MrtNotifySm& sm) : sm(sm) {}
       void onReadableCount() override { sm.rxPkt(); }
       MrtNotifySm& sm;

@@ -14,7 +14,7 @@ from attrs import (KINDS, Access, BackrefAttr, PondAttr, check_range, cstr, emit
                    lower_first, range_error)
 
 # Bumped whenever generated code needs a different runtime (gant/Generated.h).
-VERSION = 1
+VERSION = 2
 
 # The options each type declaration takes; attribute options are listed by
 # their emitters (attrs.py).
@@ -491,7 +491,12 @@ class Gen:
         # Reactor first, so that setters below can name its handlers.
         h.append(f'{i2}class Reactor : public {t.base + "::Reactor" if t.base else "Gant::Reactor"} {{')
         h.append(f'{i2} public:')
-        h.append(f'{i2}   explicit Reactor({t.name}* e = nullptr) {{ attachTo(e); }}')
+        base_reactor = t.base + "::Reactor" if t.base else "Gant::Reactor"
+        h.append(f'{i2}   static constexpr uint8_t reactorDepth = {base_reactor}::reactorDepth + 1;')
+        h.append(f'{i2}   explicit Reactor({t.name}* e = nullptr) {{')
+        h.append(f'{i2}      depthIs(reactorDepth);')
+        h.append(f'{i2}      attachTo(e);')
+        h.append(f'{i2}   }}')
         h.append(f'{i2}   {t.name}* notifier() const noexcept;')
         h.append(f'{i2}   void notifierIs({t.name}* e) {{ attachTo(e); }}')
         for e in ems:
