@@ -10,9 +10,9 @@
 
 namespace Pakto {
 
-Sys::Result openSocket(const NamespaceName& ns, int domain, int type, int protocol) {
+Sys::Result openInNamespace(const NamespaceName& ns, const std::function<Sys::Result()>& open) {
    Sys::Calls& sys = Sys::calls();
-   if (ns.str().empty()) return sys.socket(domain, type | SOCK_CLOEXEC, protocol);
+   if (ns.str().empty()) return open();
    const Sys::Result home = sys.open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC, 0);
    if (!home.ok()) return home;
    const std::string path = std::string(netnsDir) + "/" + std::string(ns.str());
@@ -23,7 +23,7 @@ Sys::Result openSocket(const NamespaceName& ns, int domain, int type, int protoc
    }
    Sys::Result fd = sys.setns(int(target.value), CLONE_NEWNET);
    if (fd.ok()) {
-      fd = sys.socket(domain, type | SOCK_CLOEXEC, protocol);
+      fd = open();
       // Staying in the other namespace would move every later socket of
       // this thread there: failing to return is a broken invariant.
       const Sys::Result back = sys.setns(int(home.value), CLONE_NEWNET);
@@ -32,6 +32,18 @@ Sys::Result openSocket(const NamespaceName& ns, int domain, int type, int protoc
    Sys::discard(sys.close(int(target.value)));
    Sys::discard(sys.close(int(home.value)));
    return fd;
+}
+
+Sys::Result openSocket(const NamespaceName& ns, int domain, int type, int protocol) {
+   return openInNamespace(ns, [&] { return Sys::calls().socket(domain, type | SOCK_CLOEXEC, protocol); });
+}
+
+Sys::Result openFile(const NamespaceName& ns, const char* path) {
+   // /proc/net follows the process's first thread; the calling thread's
+   // namespace is the one entered.
+   std::string own = path;
+   if (own.starts_with("/proc/net/")) own = "/proc/thread-self/net/" + own.substr(10);
+   return openInNamespace(ns, [&] { return Sys::calls().open(own.c_str(), O_RDONLY | O_CLOEXEC, 0); });
 }
 
 } // namespace Pakto

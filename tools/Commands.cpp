@@ -6,6 +6,7 @@
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
 #include "tools/TableCommand.h"
+#include "tools/UpcallCommand.h"
 
 #include "flashlog/Flashlog.h"
 #include "gant/TypeInfo.h"
@@ -109,6 +110,8 @@ const Command table[] = {
      intf},
     {"types", "[FILTER]", "list registered types and their attributes",
      "FILTER keeps the types whose full name holds it.", types},
+    {"watch-upcalls", watchUpcallsSynopsis, "print the kernel's multicast-routing upcalls as they come",
+     watchUpcallsDetails, watchUpcallsCommand},
     {"trace-handles", "", "list trace handles and their levels", "", traceHandles},
     {"demo", "", "producer processes write routes, a reader merges them by priority; kill, removal, figures", "",
      demoCommand},
@@ -142,6 +145,18 @@ void printUsage(const Command& c, std::ostream& out) {
    // The summary as a sentence.
    out << "\n" << static_cast<char>(std::toupper(static_cast<unsigned char>(c.summary[0]))) << c.summary + 1 << ".\n";
    if (*c.details) out << "\n" << c.details << "\n";
+}
+
+Args parseArgs(std::span<const std::string> args, std::initializer_list<const char*> allowed) {
+   Args a;
+   for (std::size_t i = 0; i < args.size(); i += 2) {
+      bool known = false;
+      for (const char* name : allowed) known = known || args[i] == name;
+      if (!known) throw UsageError("unexpected argument '" + args[i] + "'");
+      if (i + 1 == args.size()) throw UsageError(args[i] + " needs a value");
+      a.options[args[i]] = args[i + 1];
+   }
+   return a;
 }
 
 void expectArgs(std::span<const std::string> args, std::size_t min, std::size_t max) {

@@ -5,7 +5,9 @@
 // anything is done.
 #include "gant/Codec.h"
 
+#include <initializer_list>
 #include <iosfwd>
+#include <map>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -40,6 +42,18 @@ void printUsage(const Command& c, std::ostream& out);
 
 // Refuses fewer than min or more than max arguments.
 void expectArgs(std::span<const std::string> args, std::size_t min, std::size_t max);
+
+// Options given as --name VALUE pairs.
+struct Args {
+   std::map<std::string, std::string> options;
+   std::string get(const std::string& name, const std::string& otherwise) const {
+      auto it = options.find(name);
+      return it == options.end() ? otherwise : it->second;
+   }
+};
+
+// --name VALUE pairs among the names allowed, nothing else.
+Args parseArgs(std::span<const std::string> args, std::initializer_list<const char*> allowed);
 
 // An argument read by its type's own parser; malformed or out-of-range text
 // is a UsageError that names what was expected.

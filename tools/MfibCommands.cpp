@@ -46,27 +46,6 @@ const char* const produceDetails =
 
 namespace {
 
-struct Args {
-   std::map<std::string, std::string> options;
-   std::string get(const std::string& name, const std::string& otherwise) const {
-      auto it = options.find(name);
-      return it == options.end() ? otherwise : it->second;
-   }
-};
-
-// --name VALUE pairs among the names allowed, nothing else.
-Args parseArgs(std::span<const std::string> args, std::initializer_list<const char*> allowed) {
-   Args a;
-   for (std::size_t i = 0; i < args.size(); i += 2) {
-      bool known = false;
-      for (const char* name : allowed) known = known || args[i] == name;
-      if (!known) throw UsageError("unexpected argument '" + args[i] + "'");
-      if (i + 1 == args.size()) throw UsageError(args[i] + " needs a value");
-      a.options[args[i]] = args[i + 1];
-   }
-   return a;
-}
-
 std::vector<Pakto::AddressFamily> families(const Args& a) {
    const std::string af = a.get("--af", "");
    if (af.empty()) return {Pakto::AddressFamily::ipv4, Pakto::AddressFamily::ipv6};
