@@ -10,6 +10,7 @@
 #include "tools/MfibCommands.h"
 #include "tools/ProducerScript.h"
 #include "tools/Signals.h"
+#include "tools/UpcallDemo.h"
 
 #include "gant/Error.h"
 #include "loop/EpollLoop.h"
@@ -295,6 +296,8 @@ int demoCommand(std::span<const std::string> args, std::ostream& out) {
        << "  commit to reader, " << kProbes << " commits in another process: median "
        << latency[latency.size() / 2] / 1e3 << " us, 99th percentile " << latency[latency.size() * 99 / 100] / 1e3
        << " us\n";
+   if (::geteuid() == 0) upcallDemo(out);
+   else out << "\n(Run as root to also see kernel upcalls from a network namespace.)\n";
    return 0;
 }
 
