@@ -62,3 +62,11 @@
 // Bit index allocator
 #include "bitmapper/BitMapper.h"
 #include "bitmapper/BitMapperSm.h"
+
+// Kernel upcalls
+#include "notify/MrtIcmpV6RelaySm.h"
+#include "notify/MrtNotifySm.h"
+#include "notify/Notify.h"
+#include "notify/SocketPam.h"
+#include "pakto/PamFdSm.h"
+#include "pakto/Socket.h"
