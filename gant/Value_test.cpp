@@ -130,6 +130,16 @@ TEST(ValueType, ReflectionReachesEachFlagTheWordAndConstants) {
    Pair p;
    EXPECT_EQ(Gant::attr(p, "c").as<uint8_t>(), 3);
    EXPECT_THROW(Gant::attrIs(p, "c", 4), Gant::UnsupportedOperation);
+   // A scalar's named bits sit at their own positions; its views only read.
+   Reason r;
+   Gant::attrIs(r, "high", true);
+   r.lowIs(true);
+   EXPECT_EQ(r.value(), 0x80000001u);
+   EXPECT_EQ(Gant::attr(r, "lowByte").as<uint8_t>(), 1);
+   EXPECT_THROW(Gant::attrIs(r, "lowByte", 2), Gant::UnsupportedOperation);
+   std::vector<std::string> names;
+   for (const auto& a : Reason::gantTypeInfo().attrs) names.push_back(a.name);
+   EXPECT_EQ(names, (std::vector<std::string>{"value", "low", "lowByte", "high"})) << "declaration order";
 }
 
 TEST(ValueType, EnumServices) {

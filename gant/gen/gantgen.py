@@ -263,6 +263,17 @@ class Gen:
             h.append(f'{i2}static constexpr ValueType min = {lo};')
             h.append(f'{i2}static constexpr ValueType max = {hi};')
         self.emit_statics(t, i2)
+        width = {'uint8_t': 8, 'uint16_t': 16, 'uint32_t': 32, 'uint64_t': 64}.get(base, 0)
+        for kind, n, pos, no in t.views:
+            if kind != 'bit':
+                continue
+            if pos >= width:
+                raise S.SchemaError(f'{self.file}:{no}: bit {n} outside {t.base}')
+            m = hex(1 << pos)
+            h.append(f'{i2}static constexpr ValueType {n}Mask = {m};')
+            h.append(f'{i2}constexpr bool {n}() const noexcept {{ return value_ & {m}; }}')
+            h.append(f'{i2}constexpr void {n}Is(bool b) noexcept {{ '
+                     f'value_ = b ? (value_ | {m}) : (value_ & ~ValueType({m})); }}')
         h.append(f'{i2}constexpr bool operator==(const {t.name}&) const noexcept = default;')
         h.append(f'{i2}constexpr auto operator<=>(const {t.name}&) const noexcept = default;')
         self.emit_ops(t, i2)
@@ -292,7 +303,13 @@ class Gen:
         acc = Access(q)
         row = acc.row('value', 'value', t.base, acc.get('{o}->value()'), acc.set('{o}->valueIs({v})', 'ValueType'),
                       acc.set_text(f'*{{o}} = {q}::gantParse(r)'))
-        self.emit_typeinfo(t, [row])
+        rows = [row]
+        for kind, n, what, _no in t.views:
+            if kind == 'bit':
+                rows.append(acc.plain_row(n, 'value', 'bool', 'bool'))
+            else:
+                rows.append(acc.row(n, 'constant', what, acc.get(f'{{o}}->{n}()')))
+        self.emit_typeinfo(t, rows)
 
     # ---- flags ------------------------------------------------------------
     def emit_flags(self, t, ind):

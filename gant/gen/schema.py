@@ -13,6 +13,11 @@ declaration per line, nesting by indentation, '#' starts a comment:
     scalar VlanId : U16 = 1 [range=1..4094]   # range error text derived
        static null = 0                  # static constexpr VlanId null()
 
+    scalar Reason : U32
+       bit blocked = 24                 # blocked(), blockedIs(bool), blockedMask
+       op bool bad() const              # hand-written
+       view bad : bool                  # reflection reads bad()
+
     flags IntfFlags : U32 [ordered]
        forward                          # bit 0, then 1, ...
 
@@ -88,6 +93,7 @@ class Node:
         self.inits = []
         self.finis = []
         self.statics = []
+        self.views = []      # a scalar's named bits and read-only views, in order
         self.base = None     # underlying type of enum/scalar/flags; an entity's base entity
         self.ns = None       # namespace of a top-level type
         self.mount = None    # mount path pattern, '{6}' marks the IPv6 variant
@@ -119,7 +125,7 @@ class Schema:
 # The declaration lines each kind of type takes besides its attributes.
 LINES_IN = {
     'enum': set(),
-    'scalar': {'op', 'mount', 'static'},
+    'scalar': {'op', 'mount', 'static', 'bit', 'view'},
     'flags': {'op', 'mount', 'static'},
     'value': {'op', 'mount', 'static'},
     'entity': {'op', 'mount', 'init', 'fini'},
@@ -182,10 +188,10 @@ def parse(text, filename='<schema>'):
                     err(no, f'unknown declaration: {body}')
                 continue
             word = body.split(None, 1)[0]
-            if word in ('mount', 'init', 'fini', 'static') or node.kind in ('enum', 'flags'):
+            if word in ('mount', 'init', 'fini', 'static', 'bit', 'view') or node.kind in ('enum', 'flags'):
                 if opts:
                     err(no, 'no options on this line')
-                if word in ('op', 'mount', 'init', 'fini', 'static') and word not in LINES_IN[node.kind]:
+                if word in ('op', 'mount', 'init', 'fini', 'static', 'bit', 'view') and word not in LINES_IN[node.kind]:
                     err(no, f'{word} not allowed in {"an" if node.kind[0] in "ae" else "a"} {node.kind}')
             if body.startswith('op '):
                 node.ops.append(code[3:].strip())
@@ -200,6 +206,16 @@ def parse(text, filename='<schema>'):
                 if not mm:
                     err(no, 'static NAME = VALUE expected')
                 node.statics.append((mm.group(1), mm.group(2)))
+            elif body.startswith('bit '):
+                mm = re.match(r'bit\s+(\w+)\s*=\s*(\d+)$', body)
+                if not mm:
+                    err(no, 'bit NAME = POSITION expected')
+                node.views.append(('bit', mm.group(1), int(mm.group(2)), no))
+            elif body.startswith('view '):
+                mm = re.match(r'view\s+(\w+)\s*:\s*(\w+)$', body)
+                if not mm:
+                    err(no, 'view NAME : TYPE expected')
+                node.views.append(('view', mm.group(1), mm.group(2), no))
             elif node.kind == 'enum':
                 mm = re.match(r'(\w+)\s*=\s*(\S+)$', body)
                 if not mm:

@@ -52,6 +52,8 @@ BAD = [
     ('value V\n   init f', 'bad.gant:3: init not allowed in a value'),
     ('value V\n   fini f', 'bad.gant:3: fini not allowed in a value'),
     ('scalar S : U16\n   a : U32', 'bad.gant:3: a scalar holds only static lines'),
+    ('scalar S : U8\n   bit b = 8', 'bad.gant:3: bit b outside U8'),
+    ('value V\n   bit b = 1', 'bad.gant:3: bit not allowed in a value'),
 ]
 
 
