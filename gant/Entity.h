@@ -43,6 +43,9 @@ class Entity : public PtrInterface {
  protected:
    explicit Entity(Name name) : name_(std::move(name)) {}
    ~Entity() override;
+   // For an entity rebuilt from a backup before anything holds it by name:
+   // a parent's collection keeps the key it was inserted under.
+   void nameIs(Name name) { name_ = std::move(name); }
 
    // Calls handler on every active reactor attached now. Reactors attached
    // during the walk wait for the next change; removed ones are skipped.
