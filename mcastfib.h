@@ -70,3 +70,8 @@
 #include "notify/SocketPam.h"
 #include "pakto/PamFdSm.h"
 #include "pakto/Socket.h"
+
+// Hardware mroute library and multicast group requests
+#include "group/Group.h"
+#include "mroutelib/PortVlan.h"
+#include "mroutelib/Small.h"
