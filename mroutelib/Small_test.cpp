@@ -7,8 +7,6 @@
 namespace MrouteLib {
 namespace {
 
-using Routing::Multicast::Fib::makeRouteKeyVlanFloodset;
-
 TEST(MrouteFailureReason, WordsExplanationAndHardwareFull) {
    struct Case {
       uint32_t value;
@@ -44,64 +42,30 @@ TEST(MrouteFailureReason, WordsExplanationAndHardwareFull) {
    }
 }
 
-TEST(MrouteFailureReason, ReflectionTextAndLog) {
+TEST(MrouteFailureReason, ReflectionAndText) {
    std::vector<std::string> names;
    for (const auto& a : MrouteFailureReason::gantTypeInfo().attrs) names.push_back(a.name);
-   const std::vector<std::string> expected = {
-       "value", "oifSetFailureMask", "routeFailureMask", "macTableFailureMask", "oifSetFailureHwFull",
-       "oifSetFailureNotMapped", "oifSetFailureNoFeCard", "oifSetFailureMcastIdFull", "routeFailureHwFull",
-       "routeFailureNoRouteInfo", "routeFailureBadAddr", "routeFailureRpaHwFull", "routeFailureVrfStatusNotInited",
-       "macTableFailureHwFull", "macTableFailureNoRouteInfo", "blocked", "timeout", "notInited", "inProgress",
-       "hwFailure", "logExplain", "pretty"};
-   EXPECT_EQ(names, expected);
-
-   MrouteFailureReason r(0x0a0b0c0d);
-   EXPECT_EQ(Gant::attr(r, "oifSetFailureMask").as<uint8_t>(), 0x0d);
+   ASSERT_EQ(names.size(), 22u);
+   EXPECT_EQ(std::vector<std::string>(names.begin(), names.begin() + 5),
+             (std::vector<std::string>{"value", "oifSetFailureMask", "routeFailureMask", "macTableFailureMask",
+                                       "oifSetFailureHwFull"}));
+   EXPECT_EQ(std::vector<std::string>(names.end() - 4, names.end()),
+             (std::vector<std::string>{"inProgress", "hwFailure", "logExplain", "pretty"}));
+   const MrouteFailureReason r(0x0a0b0c0d);
    EXPECT_EQ(Gant::attr(r, "routeFailureMask").as<uint8_t>(), 0x0c);
    EXPECT_EQ(Gant::attr(r, "macTableFailureMask").as<uint8_t>(), 0x0b);
-   EXPECT_THROW(Gant::attrIs(r, "pretty", Gant::String("x")), Gant::UnsupportedOperation);
-   Gant::attrIs(r, "routeFailureRpaHwFull", true);
-   EXPECT_EQ(r.value(), 0x0a0b0c0du | 0x800);
-   EXPECT_EQ(Gant::attr(r, "pretty").as<Gant::String>(), r.pretty());
-
    EXPECT_EQ(Gant::toText(MrouteFailureReason(0x1401)), "5121");
-   EXPECT_EQ(Gant::fromText<MrouteFailureReason>("5121").value(), 0x1401u);
-   Gant::LogWriter w;
-   MrouteFailureReason(0x1401).gantLogWrite(w);
-   EXPECT_EQ(w.data(), std::string("\0\0\x14\x01", 4));
+   // Generated, but the edge the agents' logs meet: a number of no member.
+   EXPECT_EQ(stringValue(LagOperationInstance(3u)), "3");
 }
 
-TEST(LagOperation, MembersAndNonMember) {
-   EXPECT_EQ(LagOperationInstance("chooseLagMember"), LagOperation::chooseLagMember);
-   EXPECT_EQ(stringValue(LagOperationInstance(1u)), "expandLag");
-   EXPECT_EQ(gantEnumInfo(LagOperation{}).nameOf(3), nullptr) << "3 is no member";
-   EXPECT_THROW(LagOperationInstance("passlag"), Gant::ParseError);
-}
-
-TEST(RouteKeyInfo, OrderTextAndDefault) {
-   const auto k10 = makeRouteKeyVlanFloodset(10), k20 = makeRouteKeyVlanFloodset(20);
-   const RouteKeyInfo a(k10, 4094, L3::VrfName("red")), b(k20, 1, L3::VrfName("blue")),
-       c(k10, 4094, L3::VrfName("z")), d(k10, 5, L3::VrfName("zz"));
-   EXPECT_LT(a, b) << "the key decides first";
-   EXPECT_LT(a, c) << "then the accepting VLAN, then the VRF's name";
-   EXPECT_LT(d, a);
-   EXPECT_NE(a, c);
-   EXPECT_TRUE(!RouteKeyInfo());
-   EXPECT_FALSE(!RouteKeyInfo(Routing::Multicast::Fib::invalidRouteKey(), 0, L3::VrfName("default")));
-
-   const std::string text = Gant::toText(a);
-   EXPECT_EQ(text, "Value('MrouteLib::RouteKeyInfo', ** {'key': " + Gant::toText(k10) +
+TEST(RouteKeyInfo, TextReadsBack) {
+   const auto key = Routing::Multicast::Fib::makeRouteKeyVlanFloodset(10);
+   const RouteKeyInfo info(key, 4094, L3::VrfName("red"));
+   const std::string text = Gant::toText(info);
+   EXPECT_EQ(text, "Value('MrouteLib::RouteKeyInfo', ** {'key': " + Gant::toText(key) +
                        ", 'acceptingVlanId': 4094, 'vrfName': 'red'})");
-   EXPECT_EQ(Gant::fromText<RouteKeyInfo>(text), a);
-}
-
-TEST(PimEnabled, NameFromBackupAndVlans) {
-   auto p = pimEnabledFactory("pim");
-   p->pimVlanEnabledIs(10, true);
-   p->nameIsFromBackup("restored");
-   EXPECT_EQ(p->name(), "restored");
-   EXPECT_TRUE(p->pimVlanEnabled(10));
-   EXPECT_THROW(p->pimVlanEnabledIs(4095, true), Gant::RangeError);
+   EXPECT_EQ(Gant::fromText<RouteKeyInfo>(text), info);
 }
 
 } // namespace
