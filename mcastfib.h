@@ -70,3 +70,6 @@
 #include "notify/SocketPam.h"
 #include "pakto/PamFdSm.h"
 #include "pakto/Socket.h"
+
+// Hardware mroute library
+#include "mroutelib/PortVlan.h"
