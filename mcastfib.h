@@ -73,3 +73,6 @@
 
 // Hardware mroute library
 #include "mroutelib/PortVlan.h"
+#include "mroutelib/Mroute.h"
+#include "mroutelib/Review.h"
+#include "mroutelib/StaticNat.h"
