@@ -41,8 +41,7 @@ Gant::Ptr<OifSet> oifSetFactory(MrouteTableColl* mrouteTable, const PortVlanSet&
    return oifSetFactory(portVlanSet, mrouteTable);
 }
 
-Gant::Ptr<OifSet> oifSetFindOrMake(MrouteTableColl* mrouteTable, PortVlanSet portVlanSet) {
-   portVlanSet.saveHash();
+Gant::Ptr<OifSet> oifSetFindOrMake(MrouteTableColl* mrouteTable, const PortVlanSet& portVlanSet) {
    auto it = mrouteTable->oifSet().find(portVlanSet);
    if (it != mrouteTable->oifSet().end()) return Gant::Ptr<OifSet>(it->second.ptr());
    return oifSetFactory(mrouteTable, portVlanSet);
