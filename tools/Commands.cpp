@@ -2,6 +2,7 @@
 #include "tools/BitmapCommand.h"
 #include "tools/DemoCommand.h"
 #include "tools/MfibCommands.h"
+#include "tools/OifSetCommand.h"
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
@@ -104,6 +105,8 @@ const Command table[] = {
      bitmapDetails, bitmapCommand},
     {"key", keySynopsis, "build or parse a route key and show its kind, pretty text and text forms", keyDetails,
      keyCommand},
+    {"oifset", oifSetSynopsis, "build an OIF set from its members and show its hash and summary", oifSetDetails,
+     oifSetCommand},
     {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties",
      "PREFIX is an address with or without its length: 239.1.1.0/24, ff3e::1, 10.0.0.1.", prefix},
     {"intf", "NAME...", "encode interface names as interface ids", "NAME: Ethernet3, Ethernet1/2/3, Vlan100...",
