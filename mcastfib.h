@@ -73,5 +73,8 @@
 
 // Hardware mroute library and multicast group requests
 #include "group/Group.h"
+#include "mroutelib/Mroute.h"
 #include "mroutelib/PortVlan.h"
+#include "mroutelib/Review.h"
 #include "mroutelib/Small.h"
+#include "mroutelib/StaticNat.h"

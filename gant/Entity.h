@@ -132,4 +132,16 @@ struct Codec<const T*> {
    static const T* logRead(LogReader&) { throw UnsupportedOperation("an entity's identity has no attribute log form"); }
 };
 
+// The same for a pointer through which the holder may change the entity (a
+// registry of entities that own themselves, say).
+template <class T>
+   requires std::derived_from<T, Entity>
+struct Codec<T*> {
+   static void text(std::string& out, const T* e) { Codec<const T*>::text(out, e); }
+   static T* parse(TextReader& r) { r.fail("an entity's name in its state tree, not its identity"); }
+   static uint32_t hash(const T* e) { return Codec<const T*>::hash(e); }
+   static void logWrite(LogWriter& w, const T* e) { Codec<const T*>::logWrite(w, e); }
+   static T* logRead(LogReader&) { throw UnsupportedOperation("an entity's identity has no attribute log form"); }
+};
+
 } // namespace Gant

@@ -163,6 +163,19 @@ TEST(Reactor, ABaseReactorOnADerivedEntityHearsOnlyTheBase) {
    EXPECT_EQ(derived.seen, (std::vector<std::string>{"sap", "enabled"}));
 }
 
+TEST(Entity, AHandSetMapDecidesItsChangesAndDelAllGoesThroughItsDel) {
+   auto twig = twigFactory("t");
+   twig->gateIs(1, 5);
+   twig->gateIs(2, 6);
+   twig->gateIs(1, 0);
+   EXPECT_EQ(twig->gateSize(), 1u);
+   EXPECT_EQ(twig->sap(), 1u);
+   twig->gateIs(3, 7);
+   twig->gateDelAll();
+   EXPECT_EQ(twig->gateSize(), 0u);
+   EXPECT_EQ(twig->sap(), 3u) << "each member left through the hand-written gateDel";
+}
+
 TEST(Reactor, RemovalAndDropFromInsideAHandler) {
    auto root = rootFactory("r");
    struct SelfRemoving : Root::Reactor {

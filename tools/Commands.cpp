@@ -3,6 +3,7 @@
 #include "tools/DemoCommand.h"
 #include "tools/FailureCommand.h"
 #include "tools/MfibCommands.h"
+#include "tools/OifSetCommand.h"
 #include "tools/KeyCommand.h"
 #include "tools/RoutesCommand.h"
 #include "tools/Signals.h"
@@ -106,6 +107,8 @@ const Command table[] = {
     {"key", keySynopsis, "build or parse a route key and show its kind, pretty text and text forms", keyDetails,
      keyCommand},
     {"failure", "NUMBER", "decode a hardware failure reason: its words, explanation and bits", failureDetails, failureCommand},
+    {"oifset", oifSetSynopsis, "build an OIF set from its members and show its hash and summary", oifSetDetails,
+     oifSetCommand},
     {"prefix", "PREFIX...", "parse IPv4/IPv6 prefixes and show their properties",
      "PREFIX is an address with or without its length: 239.1.1.0/24, ff3e::1, 10.0.0.1.", prefix},
     {"intf", "NAME...", "encode interface names as interface ids", "NAME: Ethernet3, Ethernet1/2/3, Vlan100...",

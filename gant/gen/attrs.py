@@ -421,8 +421,8 @@ class CollAttr(AttrEmitter):
 
 
 class MapAttr(CollAttr):
-    """map x : K -> V [hashed, keyof, reserve=N]"""
-    options = frozenset({'hashed', 'keyof', 'reserve'})
+    """map x : K -> V [hashed, keyof, reserve=N, handset]"""
+    options = frozenset({'hashed', 'keyof', 'reserve', 'handset'})
     what = 'map'
 
     def coll_type(self):
@@ -435,6 +435,8 @@ class MapAttr(CollAttr):
         where_ = f'{self.g.file}:{self.a.line}'
         if where == 'value' and self.a.opts.get('keyof'):
             raise SchemaError(f'{where_}: keyof only in an entity')
+        if where == 'value' and self.a.opts.get('handset'):
+            raise SchemaError(f"{where_}: handset only on an entity's attribute {self.name}")
         reserve = self.a.opts.get('reserve')
         if reserve is not None:
             if where == 'value' or not self.a.opts.get('hashed'):
@@ -452,6 +454,22 @@ class MapAttr(CollAttr):
         n, k, v = self.name, self.key_arg(), self.g.arg(self.a.vtype)
         return [f'{i2}{cpp_type(self.a.vtype)} {n}({k} k) const {{ return Gant::mapGet({n}_, k); }}',
                 f'{i2}void {n}Is({k} k, {v} v) {{ Gant::mapSet({n}_, k, v); }}']
+
+    def accessors(self, i2):
+        if not self.a.opts.get('handset'):
+            return self.keyed_accessors(i2)
+        # handset: xIs and xDel are hand-written operations that decide what a
+        # change does besides storing it (run a handler before the observers
+        # hear of it, say); xDelAll removes the members one by one through xDel.
+        n, k, vt = self.name, self.key_arg(), cpp_type(self.a.vtype)
+        return [f'{i2}const {self.coll_type()}& {n}() const noexcept {{ return {n}_; }}',
+                f'{i2}bool {n}Has({k} k) const {{ return {n}_.count(k) != 0; }}',
+                f'{i2}std::size_t {n}Size() const noexcept {{ return {n}_.size(); }}',
+                f'{i2}{vt} {n}({k} k) const {{ return Gant::mapGet({n}_, k); }}',
+                f'{i2}void {n}Notify({k} k) {{ {self.note}, k); }}',
+                f'{i2}void {n}DelAll() {{',
+                f'{i2}   while (!{n}_.empty()) {{ auto key = {n}_.begin()->first; {n}Del(key); }}',
+                f'{i2}}}']
 
     def setters(self, i2):
         n, k, vt = self.name, self.key_arg(), cpp_type(self.a.vtype)

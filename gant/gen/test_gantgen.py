@@ -40,6 +40,7 @@ BAD = [
     ('value V\n   set s : U32[4]', 'bad.gant:3: set s: a fixed-size array is a plain attribute'),
     ('value V\n   a : U32[0]', 'bad.gant:3: a: an array of no elements'),
     ('value V\n   map m : U32 -> U32 [keyof]', 'bad.gant:3: keyof only in an entity'),
+    ('value V\n   map m : U32 -> U32 [handset]', "bad.gant:3: handset only on an entity's attribute m"),
     ('entity E\n   map m : U32 -> U32 [reserve=8]', 'bad.gant:3: reserve only on a hashed map of an entity'),
     ('entity E\n   map m : U32 -> U32 [hashed, reserve=many]', 'bad.gant:3: reserve=N expects a number, not many'),
     ('entity E\n   children c : Missing', 'bad.gant:3: children of Missing: key type unknown, add [key=Type]'),
