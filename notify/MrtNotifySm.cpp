@@ -46,8 +46,8 @@ void MrtNotifySm::handleInitialized() {
 }
 
 void MrtNotifySm::bindPam() {
-   Pakto::Pam* pam = pamManager_ ? pamManager_->pam().ptr() : nullptr;
-   pamReactor_.notifierIs(pam);
+   MrtNotifySocketPam* pam = pamManager_ ? pamManager_->pam().ptr() : nullptr;
+   pamReactor_.pamIs(pam);
    if (!pam) return;
    // The review reads the socket: the descriptor's reactor only says so.
    pam->reviewedOnReadableIs(true);

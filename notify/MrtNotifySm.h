@@ -31,9 +31,13 @@ class MrtNotifySm : public Gant::PtrInterface {
       void onPam() override { sm.bindPam(); }
       MrtNotifySm& sm;
    };
-   struct PamReactor : Pakto::Pam::Reactor {
+   // Of the most derived pam's reactor type, whichever pam it watches: a pam
+   // notifies its own attributes through every reactor it has, so a reactor
+   // of a base type would be called through handlers its class lacks.
+   struct PamReactor : MrtNotifyNetlinkSocketPam::Reactor {
       explicit PamReactor(MrtNotifySm& sm) : sm(sm) {}
       void onReadableCount() override { sm.rxPkt(); }
+      void pamIs(MrtNotifySocketPam* pam) { attachTo(pam); }
       MrtNotifySm& sm;
    };
    void bindPam();
