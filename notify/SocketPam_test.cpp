@@ -4,6 +4,7 @@
 #include "notify/testlib/NotifyCalls.h"
 #include "notify/testlib/RouterAndHost.h"
 
+#include "flashlog/Capture.h"
 #include "gant/Codec.h"
 #include "pakto/Socket.h"
 
@@ -156,6 +157,7 @@ TEST(MrtNotifySocketPam, Ipv6ReadsOnlyUpcallsFromTheMrouteSocketItWasGiven) {
    PamLoop pl;
    RouterAndHost net;
    Sys::Fd mroute = net.mroute6();
+   Flashlog::Capture capture("Mroute::MrtNotifyPam=5");
    auto pam = mrtNotifySocketPamFactory(Gant::Name("raw6"));
    Delivered delivered(pam.ptr());
    pam->afIs(Pakto::ipv6());
@@ -215,6 +217,15 @@ TEST(MrtNotifySocketPam, Ipv6ReadsOnlyUpcallsFromTheMrouteSocketItWasGiven) {
    EXPECT_EQ(pam->rxMrt6msgCount(), 1u);
    EXPECT_EQ(delivered.pkts.size(), 1u);
    pam->enabledIs(false);
+   std::vector<std::string> refusals;
+   for (const std::string& line : capture.lines())
+      if (line.find("Ignoring") != line.npos || line.find("Discarding") != line.npos) refusals.push_back(line);
+   EXPECT_EQ(refusals, (std::vector<std::string>{
+                           "void MrtNotifySocketPam::enabledIs(bool) Environment supports native netlink "
+                           "notifications. Ignoring",
+                           "raw6: Discarding non-mrt6msg packet",
+                           "raw6: Discarding empty packet",
+                       }));
 }
 
 using MrtNotifySocketPamDeathTest = ::testing::Test;
