@@ -57,6 +57,14 @@ int intOption(int sd, int level, int name) {
    return ::getsockopt(sd, level, name, &v, &len) == 0 ? v : -1;
 }
 
+// Groups 1 to 32 joined, as bits. The kernel answers with the length the
+// family's groups need, which may be more than it wrote.
+uint32_t firstGroups(int sd) {
+   uint32_t groups[8] = {};
+   socklen_t len = sizeof groups;
+   return ::getsockopt(sd, SOL_NETLINK, NETLINK_LIST_MEMBERSHIPS, groups, &len) == 0 ? groups[0] : 0;
+}
+
 TEST(MrtNotifyNetlinkSocketPam, TheProgramFollowsTheKindsAskedFor) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to force a receive buffer";
    PamLoop pl;
@@ -101,7 +109,7 @@ TEST(MrtNotifyNetlinkSocketPam, TheProgramFollowsTheKindsAskedFor) {
       const int sd = s.pam->sd();
       EXPECT_EQ(intOption(sd, SOL_SOCKET, SO_TYPE), s.type);
       EXPECT_EQ(intOption(sd, SOL_SOCKET, SO_PROTOCOL), s.protocol);
-      EXPECT_EQ(uint32_t(intOption(sd, SOL_NETLINK, NETLINK_LIST_MEMBERSHIPS)), 1u << (s.group - 1));
+      EXPECT_EQ(firstGroups(sd), 1u << (s.group - 1));
       EXPECT_EQ(intOption(sd, SOL_SOCKET, SO_PASSCRED), s.passCred);
    }
 }

@@ -92,33 +92,35 @@ Netns::~Netns() {
 }
 
 RouterAndHost::RouterAndHost() : router_("router"), host_("host") {
-   const std::string r = std::string(router().str()), h = std::string(host().str());
-   for (int i = 0; i < pairs; ++i) {
-      const std::string n = std::to_string(i), rIf = "r" + n, hIf = "h" + n;
-      // Made inside the router, so no name is ever taken in the caller's namespace.
-      run("ip -n " + r + " link add " + rIf + " type veth peer name " + hIf + " netns " + h);
-      const struct {
-         const std::string& ns;
-         std::string intf, end;
-      } sides[] = {{r, rIf, "1"}, {h, hIf, "2"}};
-      for (const auto& [ns, intf, end] : sides) {
-         run("ip -n " + ns + " addr add 10.0." + n + "." + end + "/24 dev " + intf);
-         run("ip -n " + ns + " addr add 2001:db8:" + n + "::" + end + "/64 dev " + intf + " nodad");
-         run("ip -n " + ns + " link set " + intf + " up");
+   const std::string r(router().str()), h(host().str());
+   // The router's end of pair p is 10.0.p.1 and 2001:db8:p::1, the host's .2 and ::2.
+   const auto bringUp = [](const std::string& ns, const std::string& intf, int pair, int end) {
+      const std::string p = std::to_string(pair), e = std::to_string(end);
+      run("ip -n " + ns + " addr add 10.0." + p + "." + e + "/24 dev " + intf);
+      run("ip -n " + ns + " addr add 2001:db8:" + p + "::" + e + "/64 dev " + intf + " nodad");
+      run("ip -n " + ns + " link set " + intf + " up");
+   };
+   // The kernel finishes bringing a veth up later, once it sees the
+   // carrier, and only then routes IPv6 multicast out of it.
+   const auto waitUp = [](const std::string& ns, const std::string& intf) {
+      for (int tries = 0; !outputHas("ip -n " + ns + " -6 route show table local dev " + intf, "ff00::/8"); ++tries) {
+         if (tries == 1000) throw std::runtime_error(intf + " in " + ns + " never came up");
+         ::usleep(10000);
       }
+   };
+   for (int i = 0; i < pairs; ++i) {
+      const std::string rIf = "r" + std::to_string(i), hIf = "h" + std::to_string(i);
+      // Made inside the router, so that no name is taken in the caller's
+      // namespace, not even for a moment.
+      run("ip -n " + r + " link add " + rIf + " type veth peer name " + hIf + " netns " + h);
+      bringUp(r, rIf, i, 1);
+      bringUp(h, hIf, i, 2);
       routerIf_[i] = ifIndex(router(), rIf);
       hostIf_[i] = ifIndex(host(), hIf);
    }
-   // The kernel finishes bringing a veth up later (after its carrier is
-   // seen), and only then routes IPv6 multicast out of it.
-   for (int tries = 0;; ++tries) {
-      bool ready = true;
-      for (int i = 0; i < pairs && ready; ++i)
-         for (const auto& [ns, intf] : {std::pair{r, "r" + std::to_string(i)}, std::pair{h, "h" + std::to_string(i)}})
-            ready = ready && outputHas("ip -n " + ns + " -6 route show table local dev " + intf, "ff00::/8");
-      if (ready) break;
-      if (tries == 1000) throw std::runtime_error("the veths of " + r + " never came up");
-      ::usleep(10000);
+   for (int i = 0; i < pairs; ++i) {
+      waitUp(r, "r" + std::to_string(i));
+      waitUp(h, "h" + std::to_string(i));
    }
 }
 
