@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <functional>
 
 namespace {
 
