@@ -119,6 +119,10 @@ void MrtNotifyNetlinkSocketPam::doSockInit() {
    const auto fail = [this](const char* what, int err) {
       Sys::discard(Sys::calls().close(sd()));
       sdIs(-1);
+      // The next set-up generates the program afresh, as after a disable:
+      // appended to this one it would never run past this one's last drop.
+      rxFilterDelAll();
+      bpfLenIs(0);
       throw Gant::ErrnoError(what, err);
    };
    try {
