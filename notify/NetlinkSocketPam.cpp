@@ -234,10 +234,11 @@ void MrtNotifyNetlinkSocketPam::enabledIs(bool enabled) {
    const uint32_t group = reportGroup();
    if (Sys::Result r = setOption(sd(), SOL_NETLINK, NETLINK_DROP_MEMBERSHIP, group); !r.ok())
       throw Gant::ErrnoError("setsocketopt(NETLINK_DROP_MEMBERSHIP, RTNLGRP_IPV6_MROUTE_R)", r.err);
+   // The loop lets go of the descriptor before its number can be reused.
+   fdSmIs(nullptr);
    Sys::discard(Sys::calls().close(sd()));
    if (fileDesc()) fileDesc()->descriptorIs(-1);
    fileDescDel();
-   fdSmIs(nullptr);
    rxFilterDelAll();
    bpfLenIs(0);
    sdIs(-1);

@@ -65,10 +65,11 @@ void MrtNotifySocketPam::enabledIs(bool enabled) {
    if (!enabled) {
       if (af() == Pakto::ipv4()) {
          GANT_ASSERT(fileDesc());
+         // The loop lets go of the descriptor before its number can be reused.
+         fdSmIs(nullptr);
          Sys::discard(Sys::calls().close(sd()));
          fileDesc()->descriptorIs(-1);
          fileDescDel();
-         fdSmIs(nullptr);
          sdIs(-1);
       } else if (af() == Pakto::ipv6()) {
          // The mroute socket belongs to whoever handed it in.
@@ -156,6 +157,7 @@ void MrtNotifySocketPam::handleCleanup() {
    FLASHLOG(pamTrace, 9, "void MrtNotifySocketPam::handleCleanup() NS:", netNs());
    if (!enabled()) return;
    GANT_ASSERT(fileDesc());
+   fdSmIs(nullptr);
    Sys::discard(Sys::calls().close(fileDesc()->descriptor()));
 }
 
