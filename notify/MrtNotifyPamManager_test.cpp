@@ -1,8 +1,10 @@
-// The upcall manager and its review on real sockets: upcalls that a stock
-// kernel raises for datagrams reaching a router namespace, through the
-// socket the manager chose and the filter in the kernel, to the manager's
-// messages.
+// The upcall manager, its review and the ICMPv6 relay on real sockets:
+// upcalls that a stock kernel raises for datagrams reaching a router
+// namespace, through the socket the manager chose and the filter in the
+// kernel, or through the relay, to the manager's messages.
+#include "notify/MrtIcmpV6RelaySm.h"
 #include "notify/MrtNotifySm.h"
+#include "notify/Upcall.h"
 #include "notify/testlib/NotifyCalls.h"
 #include "notify/testlib/RouterAndHost.h"
 
@@ -11,10 +13,14 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/netlink.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -27,7 +33,23 @@ constexpr uint32_t wrongVif = uint32_t(MrtNotifySocketOptions::igmpWrongVif);
 
 Pakto::IpGenAddr ip(const char* text) { return Gant::fromText<Pakto::IpGenAddr>(text); }
 
-TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessages) {
+// The kernel's IPv6 upcall record: mbz, type, mif, then source and group.
+std::vector<uint8_t> mrt6msg(uint8_t type, uint16_t mif, const char* source, const char* group,
+                             std::size_t payload = 0) {
+   std::vector<uint8_t> b(Upcall::mrt6msgBytes + payload, 0xAB);
+   b[Upcall::mrt6msgMbz] = 0, b[Upcall::mrt6msgType] = type;
+   std::memcpy(&b[Upcall::mrt6msgMif], &mif, 2);
+   inet_pton(AF_INET6, source, &b[Upcall::mrt6msgSrc]);
+   inet_pton(AF_INET6, group, &b[Upcall::mrt6msgDst]);
+   return b;
+}
+
+struct NoNetlink {
+   NoNetlink() { ::setenv("MCAST_NO_NETLINK", "1", 1); }
+   ~NoNetlink() { ::unsetenv("MCAST_NO_NETLINK"); }
+};
+
+TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessagesDirectlyOrRelayed) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root for network namespaces";
    PamLoop pl;
    RouterAndHost net;
@@ -37,7 +59,7 @@ TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessages) {
    status->intfIdCollIs(0, IntfId("Ethernet1"));
    status->intfIdCollIs(1, IntfId("Ethernet2"));
    const auto noCacheFrom = [&](const MrtNotifyPamManager& m, int family, int pair, const char* group) {
-      ASSERT_TRUE(pl.loop.runUntil([&] { return m.noCacheCounter() == 1; }, 10));
+      ASSERT_TRUE(pl.loop.runUntil([&] { return m.noCacheCounter() == 1; }, 5));
       const Pakto::MrtMessage& msg = *m.noCacheMessage();
       EXPECT_EQ(msg.source(), ip(RouterAndHost::hostAddress(family, pair).c_str()));
       EXPECT_EQ(msg.group(), ip(group));
@@ -132,6 +154,53 @@ TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessages) {
    v6->useNetlinkIs(false);
    EXPECT_EQ(v6->pam(), first);
    EXPECT_EQ(first->af(), Pakto::ipv6());
+
+   // MCAST_NO_NETLINK: the relay reads the kernel's own upcalls from the
+   // mroute socket its owner hands in (left unread so far: emptied first)
+   // and sends them as reports on the user-socket group to a consumer.
+   uint8_t unread[2048];
+   while (::recv(mroute6.get(), unread, sizeof unread, MSG_DONTWAIT) > 0) {
+   }
+   const NoNetlink noNetlink;
+   auto consumer = mrtNotifyPamManagerFactory(Pakto::ipv6(), net.router());
+   consumer->pam()->optionsIs(0x7);
+   auto consuming = mrtNotifySmFactory(consumer, status);
+   auto relay = mrtIcmpV6RelaySmFactory(net.router(), status);
+   relay->mrtSkSdIs(mroute6.get());
+   ASSERT_TRUE(relay->icmpV6Pam() && relay->icmpV6Pam()->enabled());
+   net.sendUdp(AF_INET6, 1, "ff0e::1:6");
+   noCacheFrom(*consumer, AF_INET6, 1, "ff0e::1:6");
+   net.sendUdp(AF_INET6, 1, "ff0e::1:7", mroute6.get());
+   ASSERT_TRUE(pl.loop.runUntil([&] { return consumer->wrongVifCounter() == 1; }, 5));
+   EXPECT_EQ(consumer->wrongVifMessage()->intfId(), IntfId("Ethernet2"));
+   EXPECT_EQ(relay->relayed(), 2u);
+
+   // What the kernel never writes, through a socket of the test's own: a
+   // type that is none, a whole packet.
+   int a[2];
+   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM, 0, a), 0);
+   const Gant::Ptr<MrtNotifySocketPam> kernelPam = relay->icmpV6Pam();
+   relay->mrtSkSdIs(a[0]);
+   EXPECT_FALSE(kernelPam->enabled());
+   EXPECT_EQ(relay->icmpV6Pam()->sd(), a[0]) << "both pams made again, on the new socket";
+   for (const std::vector<uint8_t>& bytes :
+        {mrt6msg(9, 0, "2001:db8::7", "ff0e::1:7"), mrt6msg(3, 1, "2001:db8::8", "ff0e::1:8", 12)})
+      ASSERT_EQ(::send(a[1], bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
+   ASSERT_TRUE(pl.loop.runUntil([&] { return consumer->wholePktCounter() == 1; }, 5));
+   EXPECT_EQ(relay->icmpV6Pam()->rxMrt6msgCount(), 2u);
+   EXPECT_EQ(relay->relayed(), 3u);
+   const auto& whole = *consumer->wholePktMessage();
+   EXPECT_EQ(whole.intfId(), IntfId("Ethernet2"));
+   ASSERT_TRUE(whole.pkt());
+   EXPECT_EQ(whole.pkt()->size(), 12u) << "the record is gone, the payload stays";
+
+   // Off: nothing is left, and the handed-in sockets stay their owners'.
+   relay->mrtSkSdIs(0);
+   EXPECT_FALSE(relay->icmpV6Pam());
+   EXPECT_FALSE(relay->netlinkPam());
+   EXPECT_EQ(::send(a[1], "x", 1, 0), 1);
+   EXPECT_NE(::fcntl(mroute6.get(), F_GETFD), -1) << "the mroute socket is still open";
+   ::close(a[0]), ::close(a[1]);
 }
 
 } // namespace
