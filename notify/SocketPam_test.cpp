@@ -1,5 +1,6 @@
-// The upcall sockets' set-up and bookkeeping, and the raw IPv6 pam reading
-// a socket handed to it.
+// The upcall sockets' set-up and bookkeeping, the netlink pam's filter
+// program as the kernel holds it, and the raw IPv6 pam reading a socket
+// handed to it. The kernel running the program is the manager's test.
 #include "notify/SocketPam.h"
 #include "notify/testlib/NotifyCalls.h"
 #include "notify/testlib/RouterAndHost.h"
@@ -9,10 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <linux/filter.h>
 #include <linux/netlink.h>
 #include <netinet/in.h>
 #include <unistd.h>
 
+#include <array>
 #include <bit>
 #include <cstdlib>
 
@@ -30,6 +33,29 @@ struct NoNetlink {
    NoNetlink() { ::setenv("MCAST_NO_NETLINK", "1", 1); }
    ~NoNetlink() { ::unsetenv("MCAST_NO_NETLINK"); }
 };
+
+// code, jt, jf, k
+using Insn = std::array<uint32_t, 4>;
+using Program = std::vector<Insn>;
+
+// Up to the upcall type in A: a cache report of the family, its type attribute found.
+Program head(bool v4) {
+   return {{0x28, 0, 0, 4},          {0x15, 1, 0, 0x6000}, {0x06, 0, 0, 0},  {0x30, 0, 0, 16},
+           {0x15, 1, 0, v4 ? 128u : 129u}, {0x06, 0, 0, 0}, {0x00, 0, 0, 20}, {0x01, 0, 0, v4 ? 8u : 1u},
+           {0x20, 0, 0, 0xFFFFF00C}, {0x07, 0, 0, 0},      {0x50, 0, 0, 4}};
+}
+constexpr Insn accept{0x06, 0, 0, 0xFFFFFFFF}, drop{0x06, 0, 0, 0};
+constexpr Insn is(uint32_t type) { return {0x15, 0, 1, type}; }
+
+Program attached(int sd) {
+   socklen_t n = 0; // in instructions
+   if (::getsockopt(sd, SOL_SOCKET, SO_GET_FILTER, nullptr, &n) != 0) return {};
+   std::vector<sock_filter> f(n);
+   if (::getsockopt(sd, SOL_SOCKET, SO_GET_FILTER, f.data(), &n) != 0) return {};
+   Program p;
+   for (const sock_filter& i : f) p.push_back({i.code, i.jt, i.jf, i.k});
+   return p;
+}
 
 TEST(MrtNotifySocketPam, AsksForEachUpcallKindInBitOrderAndOnlyOnChange) {
    PamLoop pl;
@@ -77,7 +103,7 @@ TEST(MrtNotifySocketPam, AsksForEachUpcallKindInBitOrderAndOnlyOnChange) {
    EXPECT_TRUE(pam->enabled());
 }
 
-TEST(MrtNotifySocketPam, FailedSetUpClosesTheSocketAndLeavesThePamDisabled) {
+TEST(MrtNotifySocketPam, FailedSetUpClosesTheSocketAndLeavesThePamDisabledAndTheFilterProgram) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to force a receive buffer";
    PamLoop pl;
    using Fault = NotifyCalls::Fault;
@@ -130,6 +156,35 @@ TEST(MrtNotifySocketPam, FailedSetUpClosesTheSocketAndLeavesThePamDisabled) {
          EXPECT_EQ(static_cast<MrtNotifyNetlinkSocketPam&>(*pam).bpfLen(), 12u + 2 * std::popcount(c.options ^ 0x4));
       }
       pam->enabledIs(false);
+   }
+
+   // The netlink pam's program follows the kinds asked for.
+   Netns ns("alone");
+   auto v6 = mrtNotifyNetlinkSocketPamFactory(Gant::Name("v6"), ns.name());
+   v6->afIs(Pakto::ipv6());
+   auto v4 = mrtNotifyNetlinkSocketPamFactory(Gant::Name("v4"), ns.name());
+   const struct {
+      MrtNotifyNetlinkSocketPam* pam;
+      uint32_t options;
+      Program tail;
+   } steps[] = {
+       {v6.ptr(), 0x5, {is(2), accept, is(3), accept, drop}},
+       // Changed while enabled: the program is replaced, not extended.
+       {v6.ptr(), 0x0, {drop}},
+       {v6.ptr(), 0x7, {is(1), accept, is(2), accept, is(3), accept, drop}},
+       {v4.ptr(), 0x2, {is(1), accept, drop}},
+   };
+   for (const auto& s : steps) {
+      SCOPED_TRACE(s.pam->name() + " " + std::to_string(s.options));
+      s.pam->optionsIs(s.options);
+      if (!s.pam->enabled()) {
+         EXPECT_EQ(s.pam->bpfLen(), 0u) << "no socket, nothing generated";
+         s.pam->enabledIs(true);
+      }
+      Program expected = head(s.pam == v4.ptr());
+      expected.insert(expected.end(), s.tail.begin(), s.tail.end());
+      EXPECT_EQ(s.pam->bpfLen(), expected.size());
+      EXPECT_EQ(attached(s.pam->sd()), expected);
    }
 }
 
