@@ -19,9 +19,7 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <functional>
 #include <optional>
 #include <vector>
 
@@ -32,8 +30,6 @@ using namespace Routing::Multicast::Notify::Test;
 using Bytes = std::vector<uint8_t>;
 using Kind = Pakto::MrtMessageType;
 
-constexpr uint32_t ipv6ReportGroup = 31;
-constexpr int userSockProtocol = 2;
 constexpr uid_t nobody = 65534;
 
 // MCAST_NO_NETLINK set or cleared for the object's lifetime.
@@ -50,12 +46,10 @@ Bytes report(uint8_t kind, uint8_t mif, uint8_t family = 129) {
            5,  0, 1, 0, kind, 0, 0, 0, 8, 0, 2, 0, mif, 0, 0, 0};
 }
 
-// 0, or the errno of a send to the report group (a user-socket group send
-// also goes to port 0, which refuses it after the group has its copy).
+// 0, or the errno of a send to the IPv6 report group, 31 (a user-socket
+// group send also goes to port 0, which refuses it after the group has its copy).
 int sendToGroup(int sd, const Bytes& b) {
-   sockaddr_nl to{};
-   to.nl_family = AF_NETLINK;
-   to.nl_groups = 1u << (ipv6ReportGroup - 1);
+   const sockaddr_nl to{AF_NETLINK, 0, 0, 1u << 30};
    if (::sendto(sd, b.data(), b.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0) return 0;
    return errno == ECONNREFUSED ? 0 : errno;
 }
@@ -119,22 +113,6 @@ struct Agent : ::testing::Test {
    }
 };
 
-// Runs f(user-socket, routing-socket) in a child process that opened both in
-// the namespace as root and then became nobody; the child's exit status.
-int asNobody(const Pakto::NamespaceName& ns, const std::function<int(int, int)>& f) {
-   const pid_t pid = ::fork();
-   if (pid == 0) {
-      const Sys::Result user = Pakto::openSocket(ns, AF_NETLINK, SOCK_RAW, userSockProtocol);
-      const Sys::Result route = Pakto::openSocket(ns, AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
-      if (!user.ok() || !route.ok()) ::_exit(90);
-      if (::setgroups(0, nullptr) || ::setgid(nobody) || ::setuid(nobody) || ::getuid() != nobody) ::_exit(91);
-      ::_exit(f(int(user.value), int(route.value)));
-   }
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 TEST_F(Agent, ReportsFromAnyoneButTheKernelOrRootAreDroppedUnread) {
    start();
    receiveBufferIs(1 << 20);
@@ -148,14 +126,22 @@ TEST_F(Agent, ReportsFromAnyoneButTheKernelOrRootAreDroppedUnread) {
    // Garbage the filter drops in the kernel: never read at all.
    const std::vector<Bytes> filtered = {Bytes(64, 0xa5), report(1, 3, 2), report(9, 3)};
 
-   const int child = asNobody(ns->name(), [&](int user, int route) {
+   // A child opens the user socket (protocol 2) and a routing socket in the
+   // namespace as root, becomes nobody and sends.
+   const pid_t pid = ::fork();
+   if (pid == 0) {
+      const Sys::Result user = Pakto::openSocket(ns->name(), AF_NETLINK, SOCK_RAW, 2);
+      const Sys::Result route = Pakto::openSocket(ns->name(), AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
+      if (!user.ok() || !route.ok() || ::setgroups(0, nullptr) || ::setgid(nobody) || ::setuid(nobody)) ::_exit(1);
       for (const auto* batch : {&arriving, &filtered})
          for (const Bytes& b : *batch)
-            if (sendToGroup(user, b) != 0) return 1;
+            if (sendToGroup(int(user.value), b) != 0) ::_exit(2);
       // The routing socket's group is closed to nobody.
-      return sendToGroup(route, arriving[0]) == EPERM ? 0 : 2;
-   });
-   ASSERT_EQ(child, 0);
+      ::_exit(sendToGroup(int(route.value), arriving[0]) == EPERM ? 0 : 3);
+   }
+   int child = -1;
+   ASSERT_EQ(::waitpid(pid, &child, 0), pid);
+   ASSERT_EQ(child, 0) << "exit status " << WEXITSTATUS(child);
 
    ASSERT_TRUE(loop.runUntil([&] { return pam().rxForgedCount() == arriving.size(); }, 2));
    EXPECT_EQ(counted(), 0u);
