@@ -183,7 +183,6 @@ TEST(MrtNotifySocketPam, FailedSetUpClosesTheSocketAndLeavesThePamDisabledAndThe
       }
       Program expected = head(s.pam == v4.ptr());
       expected.insert(expected.end(), s.tail.begin(), s.tail.end());
-      EXPECT_EQ(s.pam->bpfLen(), expected.size());
       EXPECT_EQ(attached(s.pam->sd()), expected);
    }
 }
@@ -195,14 +194,6 @@ TEST(MrtNotifySocketPam, Ipv6DeliversOnlyUpcallsFromTheSocketItWasGiven) {
    Sys::Fd in(ends[0]), out(ends[1]);
    Flashlog::Capture capture("Mroute::MrtNotifyPam=5");
    auto pam = mrtNotifySocketPamFactory(Gant::Name("raw6"));
-   std::vector<std::vector<uint8_t>> delivered;
-   struct Delivered : MrtNotifySocketPam::Reactor {
-      Delivered(MrtNotifySocketPam* p, std::vector<std::vector<uint8_t>>& to) : Reactor(p), to(to) {}
-      void onRxPkt() override {
-         if (const Gant::Ptr<Pakto::Pkt>& p = notifier()->rxPkt()) to.emplace_back(p->data(), p->data() + p->size());
-      }
-      std::vector<std::vector<uint8_t>>& to;
-   } reactor(pam.ptr(), delivered);
    pam->afIs(Pakto::ipv6());
 
    // Upcalls come through netlink unless the environment says otherwise.
@@ -215,13 +206,15 @@ TEST(MrtNotifySocketPam, Ipv6DeliversOnlyUpcallsFromTheSocketItWasGiven) {
    pam->sdIs(in.get());
    pam->enabledIs(true);
    ASSERT_TRUE(pam->enabled());
-   // An upcall (first byte 0), a datagram that is none, an empty one.
+   // An upcall (first byte 0), then a datagram that is none and an empty one,
+   // neither of which replaces it as the packet handed on.
    const std::vector<uint8_t> upcall = {0, 1, 0, 0, 7, 7};
    for (const std::vector<uint8_t>& d : {upcall, std::vector<uint8_t>{1, 1, 0, 0}, std::vector<uint8_t>{}})
       ASSERT_EQ(::send(out.get(), d.data(), d.size(), 0), ssize_t(d.size()));
    ASSERT_TRUE(pl.loop.runUntil([&] { return pam->rxPktCount() == 3; }, 10));
    EXPECT_EQ(pam->rxMrt6msgCount(), 1u);
-   EXPECT_EQ(delivered, std::vector<std::vector<uint8_t>>{upcall});
+   ASSERT_TRUE(pam->rxPkt());
+   EXPECT_EQ(std::vector<uint8_t>(pam->rxPkt()->data(), pam->rxPkt()->data() + pam->rxPkt()->size()), upcall);
    pam->enabledIs(false);
    EXPECT_GE(::fcntl(in.get(), F_GETFD), 0) << "the socket is its opener's";
    EXPECT_EQ(capture.lines(), (std::vector<std::string>{
