@@ -117,13 +117,16 @@ TEST(MrtNotifySocketPam, FailedSetUpClosesTheSocketAndLeavesThePamDisabledAndThe
    } cases[] = {
        {false, Pakto::ipv4(), 0x0, {"socket", 0, 0, any, EMFILE}, "socket"},
        {false, Pakto::ipv4(), 0x0, {"setsockopt", IPPROTO_IP, 211, 1, EPERM}, "setsocketopt(MRT_NOTIFY_INIT)"},
-       {false, Pakto::ipv4(), 0x7, {"setsockopt", IPPROTO_IP, 213, 3, ENOBUFS}, "setsocketopt(MRT_NOTIFY_ADD), WHOLEPKT"},
+       {false, Pakto::ipv4(), 0x7, {"setsockopt", IPPROTO_IP, 213, 3, ENOBUFS},
+        "setsocketopt(MRT_NOTIFY_ADD), WHOLEPKT"},
        {true, Pakto::ipv6(), 0x2, {"socket", 0, 0, any, EMFILE}, "socket"},
        {true, Pakto::ipv6(), 0x2, {"bind", 0, 0, any, EADDRINUSE}, "MrtNotifyNetlinkSocketPam::doSockInit: bind"},
-       {true, Pakto::ipv6(), 0x2, {"setsockopt", SOL_SOCKET, SO_RCVBUFFORCE, any, EPERM}, "setsocketopt(SO_RCVBUFFORCE)"},
+       {true, Pakto::ipv6(), 0x2, {"setsockopt", SOL_SOCKET, SO_RCVBUFFORCE, any, EPERM},
+        "setsocketopt(SO_RCVBUFFORCE)"},
        {true, Pakto::ipv4(), 0x3, {"setsockopt", SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, 30, EINVAL},
         "setsocketopt(NETLINK_ADD_MEMBERSHIP, RTNLGRP_IPV6_MROUTE_R)"},
-       {true, Pakto::ipv6(), 0x5, {"setsockopt", SOL_SOCKET, SO_ATTACH_FILTER, any, ENOMEM}, "setsockopt(SO_ATTACH_FILTER)"},
+       {true, Pakto::ipv6(), 0x5, {"setsockopt", SOL_SOCKET, SO_ATTACH_FILTER, any, ENOMEM},
+        "setsockopt(SO_ATTACH_FILTER)"},
    };
    for (const auto& c : cases) {
       SCOPED_TRACE(c.what);
