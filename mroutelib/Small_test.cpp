@@ -9,14 +9,15 @@ using MrouteLib::MrouteFailureReason;
 TEST(MrouteFailureReason, WordsExplanationAndHardwareFull) {
    const std::tuple<uint32_t, const char*, const char*> cases[] = {
        {0, "", ""},
-       {0x1401, " MCDBFull vrfStatus not initialized BadAddr", ": replication table is full"}, // bit 12 before 10
-       {0x800, "", ""},                                                                     // bit 11 has no word
-       {0x109, " MCDBFull NoFreeMcastId NoSpaceInTcamOrLem", ": replication table is full"}, // first of 0, 3, 8, 16
+       // Bit 12 is written before bit 10, bit 11 not at all; the first of bits 0, 3, 8, 16 explains.
+       {0x1401, " MCDBFull vrfStatus not initialized BadAddr", ": replication table is full"},
+       {0x800, "", ""},
+       {0x109, " MCDBFull NoFreeMcastId NoSpaceInTcamOrLem", ": replication table is full"},
        {0x10108, " NoFreeMcastId NoSpaceInTcamOrLem NoMacTableSpace", ": multicast ids exhausted"},
        {0x10100, " NoSpaceInTcamOrLem NoMacTableSpace", ": tcam/lem is full"},
        {0x10000, " NoMacTableSpace", ": mac table is full"},
-       {0x0f031f0f, " MCDBFull PortNotMapped NoFeCard NoFreeMcastId NoSpaceInTcamOrLem NoRouteInfo vrfStatus not "
-                    "initialized BadAddr NoMacTableSpace NoRouteInfo BlockedTemporarily TimedOut NotInitialized InProgress",
+       {0x0f031f0f, " MCDBFull PortNotMapped NoFeCard NoFreeMcastId NoSpaceInTcamOrLem NoRouteInfo "
+                    "vrfStatus not initialized BadAddr NoMacTableSpace NoRouteInfo BlockedTemporarily TimedOut NotInitialized InProgress",
         ": replication table is full"},
        {0x2, " PortNotMapped", ""},
        {0xf0fce0f0, "", ""}, // bits no name covers are silent
