@@ -17,7 +17,8 @@ TEST(MrouteFailureReason, WordsExplanationAndHardwareFull) {
        {0x10100, " NoSpaceInTcamOrLem NoMacTableSpace", ": tcam/lem is full"},
        {0x10000, " NoMacTableSpace", ": mac table is full"},
        {0x0f031f0f, " MCDBFull PortNotMapped NoFeCard NoFreeMcastId NoSpaceInTcamOrLem NoRouteInfo "
-                    "vrfStatus not initialized BadAddr NoMacTableSpace NoRouteInfo BlockedTemporarily TimedOut NotInitialized InProgress",
+                    "vrfStatus not initialized BadAddr NoMacTableSpace NoRouteInfo BlockedTemporarily TimedOut "
+                    "NotInitialized InProgress",
         ": replication table is full"},
        {0x2, " PortNotMapped", ""},
        {0xf0fce0f0, "", ""}, // bits no name covers are silent
