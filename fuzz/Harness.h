@@ -1,0 +1,69 @@
+#pragma once
+// What the upcall fuzzers share. A target is a few lines:
+//
+//    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+//       auto m = Fuzz::manager(Pakto::ipv4(), false);
+//       Fuzz::check(*m, m->readMrtMessage(Fuzz::packet(data, size), Fuzz::status()));
+//       return 0;
+//    }
+//
+// Every input gets a fresh manager, so that a crash replays from its input
+// alone. The parsers trace at every level, so the formatting of what they
+// decoded (addresses, interface ids) is fuzzed too; the lines go to the
+// in-memory ring only.
+#include "flashlog/Config.h"
+#include "notify/Notify.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace Fuzz {
+
+// vif -> interface as a router with a few interfaces has it; the seeds use
+// vifs 0, 3 and 261 (one past the low byte), the rest find no interface.
+inline Gant::Ptr<const Routing::KernelMfib::Status> status() {
+   static const Gant::Ptr<const Routing::KernelMfib::Status> s = [] {
+      Flashlog::configure("Mroute::MrtNotify=9,Mroute::MrtNotify::Upcalls=9");
+      auto st = Routing::KernelMfib::statusFactory(L3::VrfName("default"));
+      st->intfIdCollIs(0, Pakto::IntfId("Ethernet1"));
+      st->intfIdCollIs(3, Pakto::IntfId("Ethernet3"));
+      st->intfIdCollIs(261, Pakto::IntfId("Vlan261"));
+      st->intfIdCollIs(1023, Pakto::IntfId("Port-Channel10"));
+      return st;
+   }();
+   return s;
+}
+
+inline Gant::Ptr<Routing::Multicast::Notify::MrtNotifyPamManager> manager(Pakto::AddressFamily af, bool netlink) {
+   auto m = Routing::Multicast::Notify::mrtNotifyPamManagerFactory(af, Pakto::NamespaceName());
+   m->useNetlinkIs(netlink);
+   return m;
+}
+
+// The input as a received packet, in a buffer of exactly its size, so that
+// AddressSanitizer stops any read past its end.
+inline Gant::Ptr<Pakto::Pkt> packet(const uint8_t* data, std::size_t size) {
+   Gant::Ptr<Pakto::Pkt> p(new Pakto::Pkt(size));
+   p->assign(data, size);
+   return p;
+}
+
+// What any parse must leave, whatever the bytes: at most one message, one of
+// the manager's three, counted once; addresses of the manager's family or
+// none; a whole-packet message holding its packet, every byte readable.
+inline void check(const Routing::Multicast::Notify::MrtNotifyPamManager& m, const Gant::Ptr<Pakto::MrtMessage>& msg) {
+   const uint32_t counted = m.noCacheCounter() + m.wrongVifCounter() + m.wholePktCounter();
+   if (counted != (msg ? 1u : 0u)) std::abort();
+   if (!msg) return;
+   if (msg != m.noCacheMessage() && msg != m.wrongVifMessage() && msg != m.wholePktMessage()) std::abort();
+   for (const Pakto::IpGenAddr& a : {msg->source(), msg->group()})
+      if (a.af() != m.af() && a != Pakto::IpGenAddr()) std::abort();
+   if (msg->type() == Pakto::MrtMessageType::WholePkt && !msg->pkt()) std::abort();
+   if (const auto& p = msg->pkt()) {
+      volatile uint8_t sum = 0;
+      for (std::size_t i = 0; i < p->size(); ++i) sum = uint8_t(sum + p->data()[i]);
+   }
+}
+
+} // namespace Fuzz
