@@ -77,8 +77,12 @@ Gant::Ptr<Pakto::MrtMessage> readNetlinkMrtMessage(Pakto::AddressFamily af, cons
    if (len < nlmsghdrBytes + rtgenmsgBytes) return nullptr;
    struct rtgenmsg header;
    std::memcpy(&header, msg + nlmsghdrBytes, sizeof header);
-   const struct rtgenmsg* rtgenmsg = &header;
-   GANT_ASSERT(rtgenmsg->rtgen_family == 129 || rtgenmsg->rtgen_family == 128);
+   // The kernel sends reports of these two families only, but the socket also
+   // takes a privileged process's messages: anything else is dropped.
+   if (header.rtgen_family != rtnlFamilyIpmr && header.rtgen_family != rtnlFamilyIp6mr) {
+      FLASHLOG(trace, 3, "Unexpected cache report family: ", unsigned(header.rtgen_family));
+      return nullptr;
+   }
 
    uint32_t index = ~0u;
    const uint8_t* packet = nullptr;

@@ -19,7 +19,7 @@ using namespace Routing::Multicast::Notify;
 using Bytes = std::vector<uint8_t>;
 using Pakto::IntfId;
 
-void put16(Bytes& b, uint16_t v) { b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)}); }
+void put16(Bytes& b, uint16_t v) { b.push_back(uint8_t(v)), b.push_back(uint8_t(v >> 8)); }
 void put32(Bytes& b, uint32_t v) { put16(b, uint16_t(v)), put16(b, uint16_t(v >> 16)); }
 // An address as the kernel writes it, four or sixteen bytes.
 Bytes ipBytes(const char* text) {
@@ -207,7 +207,9 @@ TEST_F(Parser, DamagedNetlinkBuffersEndQuietly) {
    longer[0] = uint8_t(good.size() + 1);
    Bytes shortLen = good;
    shortLen[0] = 15;
-   const Bytes cases[] = {Bytes(), Bytes(15, 0), longer, shortLen, report({}, 129, 3), report(a, 129, 97)};
+   // The last is another family's report.
+   const Bytes cases[] = {Bytes(), Bytes(15, 0), longer, shortLen, report({}, 129, 3), report(a, 129, 97),
+                          report(a, 2)};
    for (const Bytes& b : cases) EXPECT_FALSE(read(*v6, b));
    EXPECT_EQ(v6->noCacheCounter(), 0u);
    // Every prefix of a good report: nothing read past its end.
@@ -217,9 +219,6 @@ TEST_F(Parser, DamagedNetlinkBuffersEndQuietly) {
 using ParserDeathTest = Parser;
 
 TEST_F(ParserDeathTest, StatesTheKernelSocketsNeverDeliver) {
-   Bytes a;
-   attr(a, 1, {1}), attr(a, 2, u32(3));
-   EXPECT_DEATH(read(*v6, report(a, 2)), "rtgenmsg->rtgen_family == 129 \\|\\| rtgenmsg->rtgen_family == 128");
    Bytes unmapped;
    attr(unmapped, 1, {2}), attr(unmapped, 2, u32(7));
    EXPECT_DEATH(read(*v6, report(unmapped)), "mrtMsg->intfId\\(\\) != Pakto::IntfId\\(\\)");
