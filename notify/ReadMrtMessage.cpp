@@ -159,7 +159,9 @@ Gant::Ptr<Pakto::MrtMessage> readNetlinkMrtMessage(Pakto::AddressFamily af, cons
    clear(*mrtMsg);
    mrtMsg->vifIs(uint16_t(index));
    mrtMsg->intfIdIs(!intf ? intfOf(status, uint16_t(index)) : intf);
-   if (mrtMsg == wholePktMessage && packet) {
+   if (mrtMsg == wholePktMessage) {
+      // As for the raw record, a whole-packet report without its packet is none.
+      if (!packet) return nullptr;
       // The packet's own header names the flow, whatever the attributes say.
       mrtMsg->pktIs(copyPacket(packet, packetLen));
       const std::size_t srcAt = af == Pakto::ipv4() ? 12 : af == Pakto::ipv6() ? 8 : 0;
@@ -169,8 +171,11 @@ Gant::Ptr<Pakto::MrtMessage> readNetlinkMrtMessage(Pakto::AddressFamily af, cons
          source = address(af, packet + srcAt);
          group = address(af, packet + dstAt);
       }
-   } else {
-      GANT_ASSERT(mrtMsg->intfId() != Pakto::IntfId());
+   } else if (!mrtMsg->intfId()) {
+      // A vif the status does not map (one deleted while its upcall waited
+      // in the socket, or no status at all): nothing to act on.
+      FLASHLOG(trace, 3, "No interface for vif ", index, ": report dropped");
+      return nullptr;
    }
    mrtMsg->sourceIs(source);
    mrtMsg->groupIs(group);
