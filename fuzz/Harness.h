@@ -10,8 +10,12 @@
 // Every input gets a fresh manager, so that a crash replays from its input
 // alone. The parsers trace at every level, so the formatting of what they
 // decoded (addresses, interface ids) is fuzzed too; the lines go to the
-// in-memory ring only.
+// in-memory ring only, and to stderr too when MCASTFIB_FUZZ_TRACE is set,
+// to see what the parser made of one input:
+//
+//    MCASTFIB_FUZZ_TRACE=1 build/fuzz/fuzz/fuzz_raw_igmpmsg crash-<sha1>
 #include "flashlog/Config.h"
+#include "flashlog/Flashlog.h"
 #include "notify/Notify.h"
 
 #include <cstddef>
@@ -20,11 +24,11 @@
 
 namespace Fuzz {
 
-// vif -> interface as a router with a few interfaces has it; the seeds use
-// vifs 0, 3 and 261 (one past the low byte), the rest find no interface.
+// vif -> interface as a router with a few interfaces has it: vif 261 needs
+// the high byte of the vif, 1023 is the last of a full table; other vifs
+// find no interface.
 inline Gant::Ptr<const Routing::KernelMfib::Status> status() {
    static const Gant::Ptr<const Routing::KernelMfib::Status> s = [] {
-      Flashlog::configure("Mroute::MrtNotify=9,Mroute::MrtNotify::Upcalls=9");
       auto st = Routing::KernelMfib::statusFactory(L3::VrfName("default"));
       st->intfIdCollIs(0, Pakto::IntfId("Ethernet1"));
       st->intfIdCollIs(3, Pakto::IntfId("Ethernet3"));
@@ -36,6 +40,11 @@ inline Gant::Ptr<const Routing::KernelMfib::Status> status() {
 }
 
 inline Gant::Ptr<Routing::Multicast::Notify::MrtNotifyPamManager> manager(Pakto::AddressFamily af, bool netlink) {
+   [[maybe_unused]] static const bool traced = [] {
+      Flashlog::configure("Mroute::MrtNotify=9,Mroute::MrtNotify::Upcalls=9");
+      if (std::getenv("MCASTFIB_FUZZ_TRACE")) Flashlog::setSink(Flashlog::fdSink(2));
+      return true;
+   }();
    auto m = Routing::Multicast::Notify::mrtNotifyPamManagerFactory(af, Pakto::NamespaceName());
    m->useNetlinkIs(netlink);
    return m;
