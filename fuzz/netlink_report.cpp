@@ -6,7 +6,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    if (size < 1) return 0;
-   auto m = Fuzz::manager(data[0] & 1 ? Pakto::ipv6() : Pakto::ipv4(), true);
-   Fuzz::check(*m, m->readMrtMessage(Fuzz::packet(data + 1, size - 1), data[0] & 2 ? nullptr : Fuzz::status()));
+   auto& m = Fuzz::manager(data[0] & 1 ? Pakto::ipv6() : Pakto::ipv4(), true);
+   Fuzz::check(m, m.readMrtMessage(Fuzz::packet(data + 1, size - 1), data[0] & 2 ? nullptr : Fuzz::status()));
    return 0;
 }

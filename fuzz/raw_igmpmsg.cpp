@@ -4,7 +4,7 @@
 #include "fuzz/Harness.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-   auto m = Fuzz::manager(Pakto::ipv4(), false);
-   Fuzz::check(*m, m->readMrtMessage(Fuzz::packet(data, size), Fuzz::status()));
+   auto& m = Fuzz::manager(Pakto::ipv4(), false);
+   Fuzz::check(m, m.readMrtMessage(Fuzz::packet(data, size), Fuzz::status()));
    return 0;
 }
