@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs the whole suite three ways: native x86_64, 32-bit x86, and
-# with AddressSanitizer + UndefinedBehaviorSanitizer and with ThreadSanitizer. Fails loudly when any build fails,
-# any test fails, or a build runs no test.
+# Builds and runs the whole suite four ways: native x86_64, 32-bit x86, with
+# AddressSanitizer + UndefinedBehaviorSanitizer and with ThreadSanitizer; then
+# runs each fuzz target briefly (scripts/fuzz.sh). Fails loudly when any build
+# fails, any test fails, a build runs no test, or a fuzz target finds a fault.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -46,6 +47,15 @@ run asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 # Everything under ThreadSanitizer but the trace ring's two-thread test: the
 # ring lets two threads garble a line rather than lock, a race it accepts.
 CTEST_ARGS="-E ^FlashlogRing.TwoThreads" run tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS=-fsanitize=thread"
+
+# The upcall parsers' fuzzers, 20 seconds each: enough to replay the seeds
+# and catch a fault a change makes shallow.
+if ! scripts/fuzz.sh 20; then
+   printf '%s\n' "${summary[@]}"
+   echo "!!! fuzz targets failed" >&2
+   exit 1
+fi
+summary+=("fuzz: every target ran clean")
 
 printf '%s\n' "${summary[@]}"
 echo "$passed passed, $failed failed"
