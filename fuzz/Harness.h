@@ -42,7 +42,7 @@ inline Gant::Ptr<const Routing::KernelMfib::Status> status() {
 // The manager for af reading netlink or the raw socket, its counters zero.
 inline Routing::Multicast::Notify::MrtNotifyPamManager& manager(Pakto::AddressFamily af, bool netlink) {
    [[maybe_unused]] static const bool traced = [] {
-      Flashlog::configure("Mroute::MrtNotify=9,Mroute::MrtNotify::Upcalls=9");
+      Flashlog::configure("Mroute::MrtNotify=9,Mroute::MrtNotify::Upcalls=9,Mroute::MrtIcmpV6Relay=9");
       if (std::getenv("MCASTFIB_FUZZ_TRACE")) Flashlog::setSink(Flashlog::fdSink(2));
       return true;
    }();
@@ -66,6 +66,14 @@ inline Gant::Ptr<Pakto::Pkt> packet(const uint8_t* data, std::size_t size) {
    return p;
 }
 
+// Reads every byte of a packet a message holds, so that a packet pointing
+// past its buffer stops the run.
+inline void readAll(const Gant::Ptr<Pakto::Pkt>& p) {
+   if (!p) return;
+   volatile uint8_t sum = 0;
+   for (std::size_t i = 0; i < p->size(); ++i) sum = uint8_t(sum + p->data()[i]);
+}
+
 // What any parse must leave, whatever the bytes: at most one message, one of
 // the manager's three, counted once; addresses of the manager's family or
 // none; a packet, when a message holds one, readable to its last byte.
@@ -76,10 +84,7 @@ inline void check(const Routing::Multicast::Notify::MrtNotifyPamManager& m, cons
    if (msg != m.noCacheMessage() && msg != m.wrongVifMessage() && msg != m.wholePktMessage()) std::abort();
    for (const Pakto::IpGenAddr& a : {msg->source(), msg->group()})
       if (a.af() != m.af() && a != Pakto::IpGenAddr()) std::abort();
-   if (const auto& p = msg->pkt()) {
-      volatile uint8_t sum = 0;
-      for (std::size_t i = 0; i < p->size(); ++i) sum = uint8_t(sum + p->data()[i]);
-   }
+   readAll(msg->pkt());
 }
 
 } // namespace Fuzz

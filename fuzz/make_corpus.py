@@ -158,11 +158,10 @@ netlink = {
     + nocache6,
     "v6-two-reports": bytes([V6]) + nocache6 + wrongvif6,
     "v6-truncated-attribute": bytes([V6]) + truncated,
-    # Found by the fuzzer, as it found them, each an assertion or a message
-    # without its packet until the parser dropped it: a report of family
-    # 140; a no-cache report (its type in the IPv4 numbering) whose vif
-    # attribute is empty, so vif 65535, which nothing maps; a whole-packet
-    # report without its packet attribute.
+    # Found by the fuzzer, as it found them: a report of family 140 (which
+    # the in-kernel filter keeps out, so the target skips it); a no-cache
+    # report (its type in the IPv4 numbering) whose vif attribute is empty,
+    # so vif 65535; a whole-packet report without its packet attribute.
     "found-family-140": bytes.fromhex(
         "411500000060004a000030ffff8c8c8c8c8c8c8c41170000000163000000000000008f52c34e3b8f2e65522a"),
     "found-unmapped-vif": bytes.fromhex(
@@ -171,6 +170,22 @@ netlink = {
     "found-wholepkt-without-pkt": bytes.fromhex(
         "3a3f0000006000506f72762f43689f4a00815500001400020000002f610000010004074a00810002000400"
         "6b0005000100030060050500bc614a007268614a00"),
+}
+
+
+# The relay's input: what the kernel writes on its IPv6 mroute socket, an
+# mrt6msg record (mbz 0, type, mif, pad, source, group); for a whole packet
+# the record lies over the packet's own IPv6 header.
+def mrt6msg(msgtype, mif, src, dst, payload=b""):
+    return struct.pack("<BBHI", 0, msgtype, mif, 0) + ip(src) + ip(dst) + payload
+
+
+relay = {
+    "nocache-mif1": mrt6msg(1, 1, "2001:db8:1::2", "ff0e::1:2"),
+    "wrongmif-mif0": mrt6msg(2, 0, "2001:db8::2", "ff0e::1:3"),
+    "wholepkt-mif3": mrt6msg(3, 3, "2001:db8:3::2", "ff3e::8000:1", udp(b"payload")),
+    "record-only-39-bytes": mrt6msg(1, 1, "2001:db8:1::2", "ff0e::1:2")[:39],
+    "unknown-type": mrt6msg(7, 1, "2001:db8:1::2", "ff0e::1:2"),
 }
 
 
@@ -184,3 +199,4 @@ def write(target, cases):
 
 write("raw_igmpmsg", raw)
 write("netlink_report", netlink)
+write("relay_mrt6msg", relay)
