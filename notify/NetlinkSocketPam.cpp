@@ -252,15 +252,8 @@ void MrtNotifyNetlinkSocketPam::doGetRxPkt() {
       FLASHLOG(pamTrace, 5, "MrtNotifyNetlinkSocketPam not enabled. Aborting action");
       return;
    }
-   Gant::Ptr<Pakto::Pkt> pkt = Pakto::globalPktManager().newPkt();
-   if (!pkt) {
-      FLASHLOG(pamTrace, 2, "Failed to obtain new packet object");
-      return;
-   }
-   const std::size_t maxSize = pkt->maxSize();
-   FLASHLOG(pamTrace, 9, "maxSize=", maxSize, ", maxRxPktData=", maxRxPktData());
-   GANT_ASSERT(maxSize >= maxRxPktData());
-   pkt->reserve(maxRxPktData());
+   const Gant::Ptr<Pakto::Pkt> pkt = rxBuffer();
+   if (!pkt) return;
 
    iovec iov{pkt->data(), pkt->size()};
    sockaddr_nl from{};
@@ -273,11 +266,7 @@ void MrtNotifyNetlinkSocketPam::doGetRxPkt() {
    msg.msg_control = control;
    msg.msg_controllen = sizeof control;
    const Sys::Result got = Sys::calls().recvmsg(sd(), &msg, rxFlags());
-   if (!got.ok()) {
-      if (got.err != EAGAIN)
-         FLASHLOG(pamTrace, 2, name(), ": ", "recvmsg failed with ", got.err, " (", std::strerror(got.err), ") ");
-      return;
-   }
+   if (rxFailed(got)) return;
    const std::size_t length = std::size_t(got.value);
    FLASHLOG(pamTrace, 9, "Received packet of size ", length);
    rxPktCountInc(1);

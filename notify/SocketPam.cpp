@@ -182,15 +182,8 @@ void MrtNotifySocketPam::doGetRxPkt() {
       FLASHLOG(pamTrace, 5, "IpSocketPam not enabled. Aborting action");
       return;
    }
-   Gant::Ptr<Pakto::Pkt> pkt = Pakto::globalPktManager().newPkt();
-   if (!pkt) {
-      FLASHLOG(pamTrace, 2, "Failed to obtain new packet object");
-      return;
-   }
-   const std::size_t maxSize = pkt->maxSize();
-   FLASHLOG(pamTrace, 9, "maxSize=", maxSize, ", maxRxPktData=", maxRxPktData());
-   GANT_ASSERT(maxSize >= maxRxPktData());
-   pkt->reserve(maxRxPktData());
+   const Gant::Ptr<Pakto::Pkt> pkt = rxBuffer();
+   if (!pkt) return;
 
    const bool v4 = af() == Pakto::ipv4();
    iovec iov{pkt->data(), pkt->size()};
@@ -204,11 +197,7 @@ void MrtNotifySocketPam::doGetRxPkt() {
    msg.msg_control = control;
    msg.msg_controllen = v4 ? controlBytes4 : controlBytes6;
    const Sys::Result got = Sys::calls().recvmsg(sd(), &msg, rxFlags());
-   if (!got.ok()) {
-      if (got.err != EAGAIN)
-         FLASHLOG(pamTrace, 2, name(), ": ", "recvmsg failed with ", got.err, " (", std::strerror(got.err), ") ");
-      return;
-   }
+   if (rxFailed(got)) return;
    const std::size_t length = std::size_t(got.value);
    FLASHLOG(pamTrace, 9, "Received packet of size ", length);
    if (v4) {
@@ -236,6 +225,27 @@ void MrtNotifySocketPam::doGetRxPkt() {
    }
    pkt->trimTail(length);
    rxPktIs(pkt);
+}
+
+Gant::Ptr<Pakto::Pkt> MrtNotifySocketPam::rxBuffer() {
+   Gant::Ptr<Pakto::Pkt> pkt = Pakto::globalPktManager().newPkt();
+   if (!pkt) {
+      FLASHLOG(pamTrace, 2, "Failed to obtain new packet object");
+      return nullptr;
+   }
+   const std::size_t maxSize = pkt->maxSize();
+   FLASHLOG(pamTrace, 9, "maxSize=", maxSize, ", maxRxPktData=", maxRxPktData());
+   GANT_ASSERT(maxSize >= maxRxPktData());
+   pkt->reserve(maxRxPktData());
+   return pkt;
+}
+
+bool MrtNotifySocketPam::rxFailed(const Sys::Result& got) const {
+   if (got.ok()) return false;
+   // A spurious readable event ends in EAGAIN on the non-blocking socket.
+   if (got.err != EAGAIN)
+      FLASHLOG(pamTrace, 2, name(), ": ", "recvmsg failed with ", got.err, " (", std::strerror(got.err), ") ");
+   return true;
 }
 
 void MrtNotifySocketPam::readControl(const uint8_t* control, std::size_t bytes) {

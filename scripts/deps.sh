@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Installs the build and test tools this project needs, when they are missing
-# and we are root. Debian packages only.
+# Installs the build and test tools this project needs, and any packages
+# named as arguments, when they are missing and we are root. Debian packages
+# only.
 set -euo pipefail
 
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "ok installed"; }
 for pkg in g++ cmake make python3 googletest libgtest-dev libgmock-dev libbenchmark-dev \
-           g++-multilib iproute2; do
+           g++-multilib iproute2 "$@"; do
    have_pkg "$pkg" || need+=("$pkg")
 done
 

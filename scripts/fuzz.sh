@@ -11,21 +11,7 @@ seconds=${1:-30}
 start=$SECONDS
 
 # Debian: clang, and the runtimes it links for -fsanitize=fuzzer,address,undefined.
-need=()
-have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "ok installed"; }
-for pkg in clang libclang-rt-dev cmake make python3; do
-   have_pkg "$pkg" || need+=("$pkg")
-done
-if ((${#need[@]})); then
-   if [[ $(id -u) -ne 0 ]]; then
-      echo "missing packages: ${need[*]} (run as root, or install them)" >&2
-      exit 1
-   fi
-   echo "installing: ${need[*]}"
-   export DEBIAN_FRONTEND=noninteractive
-   apt-get update -qq
-   apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
-fi
+scripts/deps.sh clang libclang-rt-dev
 if [[ -z ${CMAKE_CXX_COMPILER_LAUNCHER:-} ]] && command -v ccache >/dev/null; then
    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
 fi
