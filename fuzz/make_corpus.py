@@ -175,7 +175,7 @@ netlink = {
 
 # The relay's input: what the kernel writes on its IPv6 mroute socket, an
 # mrt6msg record (mbz 0, type, mif, pad, source, group); for a whole packet
-# the record lies over the packet's own IPv6 header.
+# the packet follows, its IPv6 header included.
 def mrt6msg(msgtype, mif, src, dst, payload=b""):
     return struct.pack("<BBHI", 0, msgtype, mif, 0) + ip(src) + ip(dst) + payload
 
@@ -183,7 +183,8 @@ def mrt6msg(msgtype, mif, src, dst, payload=b""):
 relay = {
     "nocache-mif1": mrt6msg(1, 1, "2001:db8:1::2", "ff0e::1:2"),
     "wrongmif-mif0": mrt6msg(2, 0, "2001:db8::2", "ff0e::1:3"),
-    "wholepkt-mif3": mrt6msg(3, 3, "2001:db8:3::2", "ff3e::8000:1", udp(b"payload")),
+    "wholepkt-mif3": mrt6msg(3, 3, "2001:db8:3::2", "ff3e::8000:1",
+                             ipv6("2001:db8:3::2", "ff3e::8000:1", udp(b"payload"))),
     "record-only-39-bytes": mrt6msg(1, 1, "2001:db8:1::2", "ff0e::1:2")[:39],
     "unknown-type": mrt6msg(7, 1, "2001:db8:1::2", "ff0e::1:2"),
 }

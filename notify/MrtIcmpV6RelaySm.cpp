@@ -106,7 +106,7 @@ Gant::Ptr<Pakto::MrtMessage> MrtIcmpV6RelaySm::readMrtMessage(const Gant::Ptr<Pa
    message->pktIs(nullptr);
    FLASHLOG(trace, 5, kind, intf, " for src: ", source, " and grp: ", group);
    if (type == 3) {
-      // The record lies over the packet's own IPv6 header: the rest is the payload.
+      // The record comes first, then the packet whole, its IPv6 header included.
       pkt->trimHead(mrt6msgBytes);
       message->pktIs(pkt);
       FLASHLOG(trace, 9, "src: ", source, " dst: ", group, " iif: ", intf);

@@ -31,9 +31,9 @@ constexpr uint32_t wrongVif = uint32_t(MrtNotifySocketOptions::igmpWrongVif);
 Pakto::IpGenAddr ip(const char* text) { return Gant::fromText<Pakto::IpGenAddr>(text); }
 
 // The kernel's IPv6 upcall record (mbz, type, 16-bit mif, pad, source,
-// group), then `payload` bytes.
-std::vector<uint8_t> mrt6msg(uint8_t type, uint8_t mif, std::size_t payload = 0) {
-   std::vector<uint8_t> b(40 + payload, 0xAB);
+// group).
+std::vector<uint8_t> mrt6msg(uint8_t type, uint8_t mif) {
+   std::vector<uint8_t> b(40, 0xAB);
    b[0] = 0, b[1] = type, b[2] = mif, b[3] = 0;
    return b;
 }
@@ -94,6 +94,20 @@ TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessagesDirectlyO
    ASSERT_TRUE(pl.loop.runUntil([&] { return v6->wrongVifCounter() == 1; }, 10));
    EXPECT_EQ(v6->wrongVifMessage()->intfId(), IntfId("Ethernet1"));
    EXPECT_EQ(v6->pam()->rxPktCount(), 2u);
+   // A whole packet: its own header names the flow, the packet comes whole.
+   const auto wholeFrom = [&](const MrtNotifyPamManager& m, const char* group) {
+      ASSERT_TRUE(pl.loop.runUntil([&] { return m.wholePktCounter() == 1; }, 5));
+      const Pakto::MrtMessage& msg = *m.wholePktMessage();
+      EXPECT_EQ(msg.source(), ip(RouterAndHost::hostAddress(AF_INET6, 1).c_str()));
+      EXPECT_EQ(msg.group(), ip(group));
+      ASSERT_TRUE(msg.pkt());
+      EXPECT_EQ(msg.pkt()->size(), 40u + 8 + sizeof "upcall") << "IPv6 and UDP headers, then the payload";
+      EXPECT_EQ(msg.pkt()->data()[0] >> 4, 6);
+   };
+   v6->pam()->optionsIs(noCache | wrongVif | uint32_t(MrtNotifySocketOptions::igmpWholePkt));
+   net.registerWhole6(mroute6.get(), 1, "ff0e::1:8");
+   net.sendUdp(AF_INET6, 1, "ff0e::1:8");
+   wholeFrom(*v6, "ff0e::1:8");
 
    // IPv4 through the raw pam, reading the stock IGMP mroute socket in place
    // of the socket that would carry the private notify options.
@@ -166,25 +180,23 @@ TEST(MrtNotifyPamManager, KernelUpcallsOfTheKindsAskedForBecomeMessagesDirectlyO
    net.sendUdp(AF_INET6, 1, "ff0e::1:7", mroute6.get());
    ASSERT_TRUE(pl.loop.runUntil([&] { return consumer->wrongVifCounter() == 1; }, 5));
    EXPECT_EQ(consumer->wrongVifMessage()->intfId(), IntfId("Ethernet2"));
-   EXPECT_EQ(relay->relayed(), 2u);
+   net.sendUdp(AF_INET6, 1, "ff0e::1:8");
+   wholeFrom(*consumer, "ff0e::1:8");
+   EXPECT_EQ(relay->relayed(), 3u);
 
    // What the kernel never writes, through a socket of the test's own: a
-   // type that is none, a whole packet.
+   // type that is none, then a no-cache record to show it was passed over.
    int a[2];
    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM, 0, a), 0);
    const Gant::Ptr<MrtNotifySocketPam> kernelPam = relay->icmpV6Pam();
    relay->mrtSkSdIs(a[0]);
    EXPECT_FALSE(kernelPam->enabled());
    EXPECT_EQ(relay->icmpV6Pam()->sd(), a[0]) << "both pams made again, on the new socket";
-   for (const std::vector<uint8_t>& bytes : {mrt6msg(9, 0), mrt6msg(3, 1, 12)})
+   for (const std::vector<uint8_t>& bytes : {mrt6msg(9, 0), mrt6msg(1, 1)})
       ASSERT_EQ(::send(a[1], bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
-   ASSERT_TRUE(pl.loop.runUntil([&] { return consumer->wholePktCounter() == 1; }, 5));
+   ASSERT_TRUE(pl.loop.runUntil([&] { return consumer->noCacheCounter() == 2; }, 5));
    EXPECT_EQ(relay->icmpV6Pam()->rxMrt6msgCount(), 2u);
-   EXPECT_EQ(relay->relayed(), 3u);
-   const auto& whole = *consumer->wholePktMessage();
-   EXPECT_EQ(whole.intfId(), IntfId("Ethernet2"));
-   ASSERT_TRUE(whole.pkt());
-   EXPECT_EQ(whole.pkt()->size(), 12u) << "the record is gone, the payload stays";
+   EXPECT_EQ(relay->relayed(), 4u);
 
    // Off: nothing is left, and the handed-in sockets stay their owners'.
    relay->mrtSkSdIs(0);

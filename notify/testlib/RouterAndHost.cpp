@@ -144,6 +144,23 @@ Sys::Fd RouterAndHost::mroute6(bool assert) const {
    return sd;
 }
 
+void RouterAndHost::registerWhole6(int mrouteSd, int pair, const std::string& group) const {
+   setOption(mrouteSd, IPPROTO_IPV6, MRT6_PIM, 1, "MRT6_PIM");
+   mif6ctl reg{};
+   reg.mif6c_mifi = mifi_t(pairs);
+   reg.mif6c_flags = MIFF_REGISTER;
+   reg.vifc_threshold = 1;
+   // Already there from an earlier call: fine.
+   (void)::setsockopt(mrouteSd, IPPROTO_IPV6, MRT6_ADD_MIF, &reg, sizeof reg);
+   mf6cctl entry{};
+   entry.mf6cc_origin.sin6_family = entry.mf6cc_mcastgrp.sin6_family = AF_INET6;
+   inet_pton(AF_INET6, hostAddress(AF_INET6, pair).c_str(), &entry.mf6cc_origin.sin6_addr);
+   inet_pton(AF_INET6, group.c_str(), &entry.mf6cc_mcastgrp.sin6_addr);
+   entry.mf6cc_parent = mifi_t(pair);
+   IF_SET(pairs, &entry.mf6cc_ifset);
+   setOption(mrouteSd, IPPROTO_IPV6, MRT6_ADD_MFC, entry, "MRT6_ADD_MFC");
+}
+
 Sys::Fd RouterAndHost::mroute4(bool assert) const {
    Sys::Fd sd = openIn(router(), AF_INET, SOCK_RAW, IPPROTO_IGMP);
    setOption(sd.get(), IPPROTO_IP, MRT_INIT, 1, "MRT_INIT");

@@ -48,6 +48,11 @@ class RouterAndHost {
    // type, so that only upcalls, which the filter never sees, are read from
    // it (the host's MLD reports would otherwise come and go as they like).
    Sys::Fd mroute6(bool assert = false) const;
+   // Makes the IPv6 mroute socket's kernel hand whole packets up: PIM on, a
+   // register mif (number `pairs`) and the entry (host address of `pair`,
+   // group) forwarding from that pair's mif to it, so that each datagram
+   // sent to the group becomes a whole-packet upcall.
+   void registerWhole6(int mrouteSd, int pair, const std::string& group) const;
    // A stock IPv4 mroute socket in the router: raw IGMP, MRT_INIT, vif i for
    // pair i by interface index, MRT_ASSERT when asked.
    Sys::Fd mroute4(bool assert = false) const;
