@@ -16,10 +16,10 @@
 
 #include <fcntl.h>
 #include <linux/netlink.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -39,9 +39,10 @@ constexpr int userSockProtocol = 2;
 constexpr uint32_t ipv6ReportGroup = 31;
 
 double threadCpuSeconds() {
-   timespec t;
-   ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
+   rusage usage;
+   ::getrusage(RUSAGE_THREAD, &usage);
+   const auto seconds = [](const timeval& t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
+   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 double since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }

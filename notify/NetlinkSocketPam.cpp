@@ -6,6 +6,7 @@
 
 #include "notify/SocketPamTrace.h"
 #include "notify/Upcall.h"
+#include "pakto/ControlMessages.h"
 #include "pakto/Socket.h"
 #include "sys/Calls.h"
 
@@ -291,22 +292,16 @@ bool MrtNotifyNetlinkSocketPam::fromTrustedSender(const sockaddr_nl& from, const
       return false;
    }
    // Any process may send to a user-socket group: only root's reports count.
-   for (std::size_t at = 0; controlBytes - at >= sizeof(cmsghdr);) {
-      cmsghdr header;
-      std::memcpy(&header, control + at, sizeof header);
-      if (header.cmsg_len < sizeof(cmsghdr) || header.cmsg_len > controlBytes - at) break;
-      if (header.cmsg_level == SOL_SOCKET && header.cmsg_type == SCM_CREDENTIALS &&
-          header.cmsg_len >= CMSG_LEN(sizeof(ucred))) {
-         ucred cred;
-         std::memcpy(&cred, control + at + CMSG_LEN(0), sizeof cred);
-         if (cred.uid == 0) return true;
-         FLASHLOG(pamTrace, 2, name(), ": Discarding report from uid ", cred.uid, " pid ", cred.pid);
-         return false;
-      }
-      at += CMSG_ALIGN(header.cmsg_len);
-   }
-   FLASHLOG(pamTrace, 2, name(), ": Discarding report without the sender's credentials");
-   return false;
+   bool found = false, root = false;
+   Pakto::forEachControlMessage(control, controlBytes, [&](int level, int type, const uint8_t* data, std::size_t n) {
+      if (level != SOL_SOCKET || type != SCM_CREDENTIALS || n < sizeof(ucred)) return true;
+      const ucred cred = Upcall::load<ucred>(data);
+      found = true, root = cred.uid == 0;
+      if (!root) FLASHLOG(pamTrace, 2, name(), ": Discarding report from uid ", cred.uid, " pid ", cred.pid);
+      return false;
+   });
+   if (!found) FLASHLOG(pamTrace, 2, name(), ": Discarding report without the sender's credentials");
+   return root;
 }
 
 void MrtNotifyNetlinkSocketPam::closeTx() {
@@ -332,7 +327,9 @@ void MrtNotifyNetlinkSocketPam::enableTxIs(bool enableTx) {
 }
 
 void MrtNotifyNetlinkSocketPam::txMrtNotification(const Pakto::MrtMessage& message, uint16_t intfIndex) {
-   txReport(message, Upcall::mifId, &intfIndex, sizeof intfIndex);
+   // An interface index travels as 4 bytes (attribute length 8).
+   const uint32_t index = intfIndex;
+   txReport(message, Upcall::mifId, &index, sizeof index);
 }
 
 void MrtNotifyNetlinkSocketPam::txMrtNotificationWithIntfId(const Pakto::MrtMessage& message, uint64_t intfId) {
@@ -352,13 +349,10 @@ void MrtNotifyNetlinkSocketPam::txReport(const Pakto::MrtMessage& message, Upcal
    const Pakto::AddressFamily family = af();
    const std::size_t addressBytes = Pakto::addressBytes(family);
    const uint8_t type = uint8_t(message.type());
-   // An interface index travels as 4 bytes (attribute length 8).
-   const uint32_t index = intfBytes == sizeof(uint16_t) ? *static_cast<const uint16_t*>(intf) : 0;
    bool fits = w.header(rtgenFamily(family)) && w.attr(attrNumber(family, Upcall::msgType), &type, 1) &&
                w.attr(attrNumber(family, Upcall::srcAddr), message.source().bytes().data(), addressBytes) &&
                w.attr(attrNumber(family, Upcall::dstAddr), message.group().bytes().data(), addressBytes) &&
-               (intfAttr == Upcall::mifId ? w.attr(attrNumber(family, intfAttr), &index, sizeof index)
-                                          : w.attr(attrNumber(family, intfAttr), intf, intfBytes));
+               w.attr(attrNumber(family, intfAttr), intf, intfBytes);
    if (fits && message.type() == Pakto::MrtMessageType::WholePkt && message.pkt())
       fits = w.attr(attrNumber(family, Upcall::pkt), message.pkt()->data(), message.pkt()->size());
    if (!fits) {

@@ -3,6 +3,7 @@
 // before every read, so a short or damaged packet ends the parse with what
 // was gathered and never reads past the buffer.
 #include "notify/Notify.h"
+#include "notify/SocketPamTrace.h"
 #include "notify/Upcall.h"
 
 #include "flashlog/Flashlog.h"
@@ -22,23 +23,6 @@ using namespace Upcall;
 Flashlog::Handle& trace = Flashlog::handle("Mroute::MrtNotify");
 // One line per upcall, which can stay on when the detailed trace is off.
 Flashlog::Handle& fastTrace = Flashlog::handle("Mroute::MrtNotify::Upcalls");
-
-struct Hex {
-   uint64_t v;
-};
-std::ostream& operator<<(std::ostream& os, Hex h) {
-   const auto flags = os.flags();
-   os << std::hex << h.v;
-   os.flags(flags);
-   return os;
-}
-
-template <class T>
-T load(const uint8_t* p) {
-   T v;
-   std::memcpy(&v, p, sizeof v);
-   return v;
-}
 
 Pakto::IpGenAddr address(Pakto::AddressFamily af, const uint8_t* p) {
    return Pakto::IpGenAddr(af, std::span<const uint8_t>(p, Pakto::addressBytes(af)));

@@ -5,6 +5,8 @@
 #include "notify/SocketPam.h"
 
 #include "notify/SocketPamTrace.h"
+#include "notify/Upcall.h"
+#include "pakto/ControlMessages.h"
 #include "pakto/Socket.h"
 #include "sys/Calls.h"
 
@@ -50,11 +52,13 @@ constexpr std::size_t controlBytes4 = CMSG_SPACE(sizeof(in_pktinfo));
 constexpr std::size_t controlBytes6 =
     CMSG_SPACE(sizeof(in6_pktinfo)) + CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(int));
 
-template <class T>
-T load(const uint8_t* p) {
-   T v;
-   std::memcpy(&v, p, sizeof v);
-   return v;
+using Upcall::load;
+
+Pakto::IpGenAddr address4(const in_addr* a) {
+   return Pakto::IpGenAddr(Pakto::ipv4(), std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(a), 4));
+}
+Pakto::IpGenAddr address6(const in6_addr* a) {
+   return Pakto::IpGenAddr(Pakto::ipv6(), std::span<const uint8_t>(a->s6_addr, 16));
 }
 
 } // namespace
@@ -201,12 +205,9 @@ void MrtNotifySocketPam::doGetRxPkt() {
    const std::size_t length = std::size_t(got.value);
    FLASHLOG(pamTrace, 9, "Received packet of size ", length);
    if (v4) {
-      rxSrcIpAddrIs(Pakto::IpGenAddr(Pakto::ipv4(), std::span<const uint8_t>(
-                                                        reinterpret_cast<const uint8_t*>(
-                                                            &reinterpret_cast<const sockaddr_in*>(&from)->sin_addr),
-                                                        4)));
+      rxSrcIpAddrIs(address4(&reinterpret_cast<const sockaddr_in*>(&from)->sin_addr));
    } else {
-      rxSrcIpAddrIs(Pakto::IpGenAddr(Pakto::ipv6(), std::span<const uint8_t>(from.sin6_addr.s6_addr, 16)));
+      rxSrcIpAddrIs(address6(&from.sin6_addr));
       FLASHLOG(pamTrace, 9, "Source IP address is ", rxSrcIpAddr());
    }
    readControl(control, std::min<std::size_t>(msg.msg_controllen, sizeof control));
@@ -250,52 +251,39 @@ bool MrtNotifySocketPam::rxFailed(const Sys::Result& got) const {
 
 void MrtNotifySocketPam::readControl(const uint8_t* control, std::size_t bytes) {
    const bool v4 = af() == Pakto::ipv4();
-   const int level = v4 ? IPPROTO_IP : IPPROTO_IPV6;
+   const int ownLevel = v4 ? IPPROTO_IP : IPPROTO_IPV6;
    bool pktInfo = false;
-   std::size_t at = 0;
-   while (bytes - at >= sizeof(cmsghdr)) {
-      const cmsghdr header = load<cmsghdr>(control + at);
-      if (header.cmsg_len < sizeof(cmsghdr) || header.cmsg_len > bytes - at) break;
-      const uint8_t* data = control + at + CMSG_LEN(0);
-      const std::size_t dataBytes = header.cmsg_len - CMSG_LEN(0);
-      if (header.cmsg_level == level) {
-         if (v4 && header.cmsg_type == IP_PKTINFO && dataBytes >= sizeof(in_pktinfo)) {
-            const in_pktinfo info = load<in_pktinfo>(data);
-            rxIfIndexIs(uint32_t(info.ipi_ifindex));
-            rxDstIpAddrIs(Pakto::IpGenAddr(Pakto::ipv4(), std::span<const uint8_t>(
-                                                              reinterpret_cast<const uint8_t*>(&info.ipi_addr), 4)));
-            pktInfo = true;
-         } else if (!v4 && header.cmsg_type == IPV6_PKTINFO && dataBytes >= sizeof(in6_pktinfo)) {
-            const in6_pktinfo info = load<in6_pktinfo>(data);
-            rxIfIndexIs(uint32_t(info.ipi6_ifindex));
-            rxDstIpAddrIs(Pakto::IpGenAddr(Pakto::ipv6(), std::span<const uint8_t>(info.ipi6_addr.s6_addr, 16)));
-            pktInfo = true;
-         } else if (v4 && header.cmsg_type == IP_ORIGDSTADDR && dataBytes >= sizeof(sockaddr_in)) {
-            const sockaddr_in orig = load<sockaddr_in>(data);
-            rxOrigDstIpAddrIs(Pakto::IpGenAddr(Pakto::ipv4(), std::span<const uint8_t>(
-                                                                  reinterpret_cast<const uint8_t*>(&orig.sin_addr), 4)));
-            FLASHLOG(pamTrace, 9, "Original destination IP is ", rxOrigDstIpAddr());
-         } else if (v4 && header.cmsg_type == IP_TOS && dataBytes >= 1) {
-            rxTOSIs(data[0]);
-            FLASHLOG(pamTrace, 9, "TOS of received packet is 0x", Hex{rxTOS()});
-         } else if (v4 && header.cmsg_type == IP_TTL && dataBytes >= sizeof(int)) {
-            rxTTLIs(uint8_t(load<int>(data)));
-            FLASHLOG(pamTrace, 9, "TTL of received packet is 0x", Hex{rxTTL()});
-         } else if (!v4 && header.cmsg_type == IPV6_TCLASS && dataBytes >= sizeof(int)) {
-            rxTOSIs(uint8_t(load<int>(data)));
-            FLASHLOG(pamTrace, 9, "TOS of received packet is 0x", Hex{rxTOS()});
-         } else if (!v4 && header.cmsg_type == IPV6_HOPLIMIT && dataBytes >= sizeof(int)) {
-            rxTTLIs(uint8_t(load<int>(data)));
-            FLASHLOG(pamTrace, 9, "TTL of received packet is 0x", Hex{rxTTL()});
-         }
-         if (pktInfo && (header.cmsg_type == IP_PKTINFO || header.cmsg_type == IPV6_PKTINFO))
-            FLASHLOG(pamTrace, 9, "Packet arrived on interface index ", rxIfIndex(), " with destination IP of ",
-                     rxDstIpAddr());
+   const auto arrived = [&](uint32_t ifIndex, const Pakto::IpGenAddr& dst) {
+      rxIfIndexIs(ifIndex);
+      rxDstIpAddrIs(dst);
+      pktInfo = true;
+      FLASHLOG(pamTrace, 9, "Packet arrived on interface index ", rxIfIndex(), " with destination IP of ",
+               rxDstIpAddr());
+   };
+   Pakto::forEachControlMessage(control, bytes, [&](int level, int type, const uint8_t* data, std::size_t dataBytes) {
+      if (level != ownLevel) return true;
+      if (v4 && type == IP_PKTINFO && dataBytes >= sizeof(in_pktinfo)) {
+         const in_pktinfo info = load<in_pktinfo>(data);
+         arrived(uint32_t(info.ipi_ifindex), address4(&info.ipi_addr));
+      } else if (!v4 && type == IPV6_PKTINFO && dataBytes >= sizeof(in6_pktinfo)) {
+         const in6_pktinfo info = load<in6_pktinfo>(data);
+         arrived(uint32_t(info.ipi6_ifindex), address6(&info.ipi6_addr));
+      } else if (v4 && type == IP_ORIGDSTADDR && dataBytes >= sizeof(sockaddr_in)) {
+         const sockaddr_in orig = load<sockaddr_in>(data);
+         rxOrigDstIpAddrIs(address4(&orig.sin_addr));
+         FLASHLOG(pamTrace, 9, "Original destination IP is ", rxOrigDstIpAddr());
+      } else if (v4 && type == IP_TOS && dataBytes >= 1) {
+         rxTOSIs(data[0]);
+         FLASHLOG(pamTrace, 9, "TOS of received packet is 0x", Hex{rxTOS()});
+      } else if (!v4 && type == IPV6_TCLASS && dataBytes >= sizeof(int)) {
+         rxTOSIs(uint8_t(load<int>(data)));
+         FLASHLOG(pamTrace, 9, "TOS of received packet is 0x", Hex{rxTOS()});
+      } else if (((v4 && type == IP_TTL) || (!v4 && type == IPV6_HOPLIMIT)) && dataBytes >= sizeof(int)) {
+         rxTTLIs(uint8_t(load<int>(data)));
+         FLASHLOG(pamTrace, 9, "TTL of received packet is 0x", Hex{rxTTL()});
       }
-      const std::size_t step = CMSG_ALIGN(header.cmsg_len);
-      if (step >= bytes - at) break;
-      at += step;
-   }
+      return true;
+   });
    if (!pktInfo) FLASHLOG(pamTrace, 7, "recvmsg failed to retrieve ifindex");
 }
 

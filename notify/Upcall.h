@@ -3,6 +3,7 @@
 // the kernel's; everything is read with memcpy from unaligned buffers.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace Routing::Multicast::Notify::Upcall {
 
@@ -24,5 +25,13 @@ enum Attr : uint16_t { unnamed = 0, msgType = 1, mifId = 2, srcAddr = 3, dstAddr
 inline constexpr uint16_t ipv4AttrOffset = 7;
 
 constexpr std::size_t align4(std::size_t n) { return (n + 3) & ~std::size_t(3); }
+
+// A T read from bytes at any alignment.
+template <class T>
+T load(const uint8_t* p) {
+   T v;
+   std::memcpy(&v, p, sizeof v);
+   return v;
+}
 
 } // namespace Routing::Multicast::Notify::Upcall
